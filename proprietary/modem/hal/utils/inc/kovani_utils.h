@@ -1,0 +1,187 @@
+/*
+ * libkovani_utils: small services for the modem hardware-abstraction layer.
+ *
+ * Every function runs on the caller's thread and reports through the logging
+ * frame: errors always reach the system log (priority 3) and standard output;
+ * debug lines follow the run-time switches read from the system properties
+ * "persist.vendor.radio.adb_log_zu" and "persist.vendor.radio.adb_log_shell".
+ * Functions declared outside the extern "C" blocks are exported under their
+ * C++ (mangled) names and need a C++ caller.
+ */
+#ifndef KOVANI_UTILS_H
+#define KOVANI_UTILS_H
+
+#include <stdint.h>
+
+#ifndef __cplusplus
+#include <stdbool.h>
+#endif
+
+#define KOVANI_UTILS_API __attribute__((visibility("default")))
+
+#define KOVANI_UTILS_PRINTF(fmt_index, first_arg) \
+  __attribute__((format(printf, fmt_index, first_arg)))
+
+/* ---- Records, enumerations and constants ---- */
+
+/* The calling process as /proc reports it. */
+typedef struct kovani_pid_info_s_type {
+  int32_t p_id;     /* from getpid() */
+  char p_name[256]; /* task name, NUL-terminated, trimmed */
+} kovani_pid_info_s_type;
+
+/* What g_kovani_qcril_ril_process_instance_id holds while the host has set
+ * no RIL instance number: log prefixes then carry the task name. */
+#define KOVANI_UTILS_INSTANCE_ID_UNSET 255
+
+/* Build types; in a list given to kovani_build_type_list_contain, 0 stands
+ * for every type. */
+enum kovani_build_type_e_type {
+  KOVANI_BUILD_TYPE_PRE = 1,
+  KOVANI_BUILD_TYPE_FACTORY = 2,
+  KOVANI_BUILD_TYPE_CERT = 3,
+  KOVANI_BUILD_TYPE_STABLE = 4,
+  KOVANI_BUILD_TYPE_NATIVE = 5,
+  KOVANI_BUILD_TYPE_DEV = 6
+};
+
+/* Modem subsystem-restart levels, passed and returned as int. */
+typedef enum kovani_modem_restart_level_id_e_type {
+  MODEM_RESTART_LEVEL_ID_DEF = 0,    /* the saved default level */
+  MODEM_RESTART_LEVEL_ID_SSR = 1,    /* "ALL_ENABLE" */
+  MODEM_RESTART_LEVEL_ID_DUMP = 2,   /* "ALL_DISABLE" */
+  MODEM_RESTART_LEVEL_ID_INVALID = 3 /* any other level text */
+} kovani_modem_restart_level_id_e_type;
+
+/* The only start mode of the restart-level control: through properties. */
+#define KOVANI_SSR_START_WITH_PROP 0
+
+/* Results of the timer starts that take instance numbers. */
+#define KOVANI_TIMER_RESULT_SUCCESS 0
+#define KOVANI_TIMER_RESULT_E_FAILURE 1 /* an instance number above 1 */
+#define KOVANI_TIMER_RESULT_E_NO_MEMORY 15
+
+/* What an extra-params timer callback receives; it lives on the dispatch
+ * thread's stack for the duration of the call only. */
+typedef struct kovani_timer_callback_handler_params_s_type {
+  uint32_t timer_id;
+  void* extra_params; /* the pointer given at start */
+} kovani_timer_callback_handler_params_s_type;
+
+/* A plain timer callback receives the address of a copy of its 32-bit timer
+ * identifier, valid during the call only. */
+typedef void (*kovani_timer_callback_func_type)(void* timer_id_ptr);
+typedef void (*kovani_timer_params_callback_func_type)(
+    kovani_timer_callback_handler_params_s_type* params);
+
+/* One pending timer in the registry. The registry owns it until the timer
+ * fires, is stopped or is cleared. */
+typedef struct kovani_timer_callback_s_type {
+  uint32_t timer_id; /* instance_id1 << 24 | instance_id2 << 16 | sequence */
+  unsigned long timeout_s;
+  /* Extra-params timers store a kovani_timer_params_callback_func_type. */
+  kovani_timer_callback_func_type callback;
+  void* extra_params;
+  uint8_t need_free; /* non-zero: extra_params is freed with the record */
+  struct kovani_timer_callback_s_type* next;
+  struct kovani_timer_callback_s_type* prev;
+} kovani_timer_callback_s_type;
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Exported globals ---- */
+
+/* Master switch for debug lines on the console: they are printed only while
+ * it equals 1. Initially 1; written only by the host. */
+KOVANI_UTILS_API extern int g_kovani_shell_print_flag;
+
+/* The RIL instance number printed in every log prefix; 255 (initial) means
+ * none is set. Written only by the host. */
+KOVANI_UTILS_API extern int g_kovani_qcril_ril_process_instance_id;
+
+/* ---- Logging frame ---- */
+
+/* Formats like vsnprintf(buf, size, ...); does nothing when buf is null or
+ * size is below 1. */
+KOVANI_UTILS_API void kovani_utils_format_log_msg(char* buf, int size, const char* fmt, ...)
+    KOVANI_UTILS_PRINTF(3, 4);
+
+/* Sends one line to the system log at LOG_ERR, with no switch consulted. */
+KOVANI_UTILS_API void kovani_utils_syslog_err(const char* fmt, ...) KOVANI_UTILS_PRINTF(1, 2);
+
+/* Sends one line to the system log at LOG_DEBUG, with no switch consulted. */
+KOVANI_UTILS_API void kovani_utils_syslog_dbg(const char* fmt, ...) KOVANI_UTILS_PRINTF(1, 2);
+
+/* True while debug lines go to the system log: "persist.vendor.radio.adb_log_zu"
+ * is exactly "1" or unset. Read once per process, announced when read. */
+KOVANI_UTILS_API bool kovani_utils_get_print_flag(void);
+
+/* True while debug lines go to the console: "persist.vendor.radio.adb_log_shell"
+ * (read once, "1" or unset) is on and g_kovani_shell_print_flag equals 1. */
+KOVANI_UTILS_API bool kovani_utils_get_shell_print_flag(void);
+
+/* The current value of g_kovani_qcril_ril_process_instance_id. */
+KOVANI_UTILS_API int kovani_get_qcril_process_instance_id(void);
+
+/* ---- Process identity ---- */
+
+/* Fills *p_pid_info with the calling process's id and task name, read from
+ * the first line of /proc/<pid>/status. On a failed read the name is empty. */
+KOVANI_UTILS_API void kovani_get_current_pid_info(kovani_pid_info_s_type* p_pid_info);
+
+/* Rereads the task name into the shared identity record and returns it. When
+ * the read fails the previous name stays. Never changes the shared pid. */
+KOVANI_UTILS_API char* kovani_get_current_pid_name(void);
+
+/* The shared identity record's name and pid. The first call of either fills
+ * the record once for both; log lines may refresh the name later. */
+KOVANI_UTILS_API char* kovani_utils_get_pid_name(void);
+KOVANI_UTILS_API int kovani_utils_get_pid_number(void);
+
+/* ---- String editing ---- */
+
+/* Removes leading and trailing blanks (tab, LF, VT, FF, CR, space) in place
+ * and cuts the text to at most str_len_max - 1 characters. str_len_max is the
+ * buffer size and must be at least 2. */
+KOVANI_UTILS_API void kovani_str_trim(char* str, int str_len_max);
+
+/* Appends in to out with every occurrence of src replaced by dst (an empty dst
+ * deletes). out must hold a string; its text counts against outlen, and out
+ * never grows beyond outlen - 2 characters: the call aborts, logging, at the
+ * first piece that would not fit and leaves what was built so far. */
+KOVANI_UTILS_API void kovani_str_rpl(char* in, char* out, int outlen, const char* src,
+                                     const char* dst);
+
+/* Appends prefix and then in to out when strlen(in) + strlen(prefix) is below
+ * outlen; otherwise logs and leaves out untouched. */
+KOVANI_UTILS_API void kovani_str_add_prefix(const char* in, char* out, int outlen,
+                                            const char* prefix);
+
+#ifdef __cplusplus
+} /* extern "C" */
+
+/* True while the property trace is on: "persist.vendor.radio.print_prop" is
+ * exactly "1" or unset. Read once per process, announced when read. */
+KOVANI_UTILS_API bool kovani_utils_get_prop_print_flag();
+
+/* Does nothing; offered to the host. */
+KOVANI_UTILS_API void kovani_utils_end();
+
+/* Logs str with its length, then each character with its byte value 0-255,
+ * as debug lines. */
+KOVANI_UTILS_API void kovani_str_print(char* str);
+
+namespace qtimutex {
+class QtiSharedMutex;
+}
+
+/* Guards the timer registry and the timer identifier sequence. Never held
+ * together, never held during a timer callback. */
+KOVANI_UTILS_API extern qtimutex::QtiSharedMutex g_kovani_timer_callback_list_mutex;
+KOVANI_UTILS_API extern qtimutex::QtiSharedMutex g_kovani_timer_id_mutex;
+
+#endif /* __cplusplus */
+
+#endif /* KOVANI_UTILS_H */
