@@ -197,14 +197,8 @@ bool is_blank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 }  // namespace
 
 void kovani_str_trim(char* str, int str_len_max) {
-  if (str == nullptr) {
-    KOVANI_UTILS_LOG_ERR("str is null, str_len_max = %d", str_len_max);
-    return;
-  }
-  if (str_len_max < 2) {
-    KOVANI_UTILS_LOG_ERR("str_len_max(%d) can not < 2", str_len_max);
-    return;
-  }
+  KOVANI_UTILS_REFUSE_IF(str == nullptr, "str is null, str_len_max = %d", str_len_max);
+  KOVANI_UTILS_REFUSE_IF(str_len_max < 2, "str_len_max(%d) can not < 2", str_len_max);
 
   int cnt_start = 0;
   while (cnt_start < str_len_max && is_blank(str[cnt_start])) ++cnt_start;
@@ -268,40 +262,16 @@ void kovani_str_print(char* str) {
 }
 
 void kovani_str_rpl(char* in, char* out, int outlen, const char* src, const char* dst) {
-  if (src == nullptr) {
-    KOVANI_UTILS_LOG_ERR("src is null");
-    return;
-  }
-  if (dst == nullptr) {
-    KOVANI_UTILS_LOG_ERR("dst is null");
-    return;
-  }
-  if (in == nullptr) {
-    KOVANI_UTILS_LOG_ERR("in is null");
-    return;
-  }
-  if (out == nullptr) {
-    KOVANI_UTILS_LOG_ERR("out is null");
-    return;
-  }
+  KOVANI_UTILS_REFUSE_IF(src == nullptr, "src is null");
+  KOVANI_UTILS_REFUSE_IF(dst == nullptr, "dst is null");
+  KOVANI_UTILS_REFUSE_IF(in == nullptr, "in is null");
+  KOVANI_UTILS_REFUSE_IF(out == nullptr, "out is null");
   const int src_len = static_cast<int>(strlen(src));
   const int dst_len = static_cast<int>(strlen(dst));
-  if (src_len <= 0) {
-    KOVANI_UTILS_LOG_ERR("src_len(%d) can not <= 0", src_len);
-    return;
-  }
-  if (dst_len < 0) {
-    KOVANI_UTILS_LOG_ERR("dst_len(%d) can not < 0", dst_len);
-    return;
-  }
-  if (in[0] == '\0') {
-    KOVANI_UTILS_LOG_ERR("in is empty");
-    return;
-  }
-  if (src[0] == '\0') {
-    KOVANI_UTILS_LOG_ERR("src is empty");
-    return;
-  }
+  KOVANI_UTILS_REFUSE_IF(src_len <= 0, "src_len(%d) can not <= 0", src_len);
+  KOVANI_UTILS_REFUSE_IF(dst_len < 0, "dst_len(%d) can not < 0", dst_len);
+  KOVANI_UTILS_REFUSE_IF(in[0] == '\0', "in is empty");
+  KOVANI_UTILS_REFUSE_IF(src[0] == '\0', "src is empty");
 
   const char* p = in;
   while (*p != '\0') {
@@ -327,25 +297,14 @@ void kovani_str_rpl(char* in, char* out, int outlen, const char* src, const char
 }
 
 void kovani_str_add_prefix(const char* in, char* out, int outlen, const char* prefix) {
-  if (prefix == nullptr) {
-    KOVANI_UTILS_LOG_ERR("prefix is null");
-    return;
-  }
-  if (in == nullptr) {
-    KOVANI_UTILS_LOG_ERR("in is null");
-    return;
-  }
-  if (out == nullptr) {
-    KOVANI_UTILS_LOG_ERR("out is null");
-    return;
-  }
+  KOVANI_UTILS_REFUSE_IF(prefix == nullptr, "prefix is null");
+  KOVANI_UTILS_REFUSE_IF(in == nullptr, "in is null");
+  KOVANI_UTILS_REFUSE_IF(out == nullptr, "out is null");
   const int prefix_len = static_cast<int>(strlen(prefix));
   const int in_len = static_cast<int>(strlen(in));
-  if (in_len + prefix_len >= outlen) {
-    KOVANI_UTILS_LOG_ERR("in_len(%d) + prefix_len(%d) can not >= outlen(%d)", in_len, prefix_len,
+  KOVANI_UTILS_REFUSE_IF(in_len + prefix_len >= outlen,
+                         "in_len(%d) + prefix_len(%d) can not >= outlen(%d)", in_len, prefix_len,
                          outlen);
-    return;
-  }
   strncat(out, prefix, static_cast<size_t>(outlen));
   strncat(out, in, static_cast<size_t>(outlen));
 }

@@ -79,6 +79,23 @@ inline bool console_debug_on() {
 #define KOVANI_UTILS_LOG_ERR(fmt, ...) KOVANI_UTILS_LOG_ERR_IN(__func__, fmt, ##__VA_ARGS__)
 #define KOVANI_UTILS_LOG_DBG(fmt, ...) KOVANI_UTILS_LOG_DBG_IN(__func__, fmt, ##__VA_ARGS__)
 
+// Argument refusals: an error line, then return from the calling function.
+#define KOVANI_UTILS_REFUSE_IF(cond, fmt, ...)  \
+  do {                                          \
+    if (cond) {                                 \
+      KOVANI_UTILS_LOG_ERR(fmt, ##__VA_ARGS__); \
+      return;                                   \
+    }                                           \
+  } while (0)
+
+#define KOVANI_UTILS_REFUSE_IF_RET(cond, result, fmt, ...) \
+  do {                                                     \
+    if (cond) {                                            \
+      KOVANI_UTILS_LOG_ERR(fmt, ##__VA_ARGS__);            \
+      return result;                                       \
+    }                                                      \
+  } while (0)
+
 #define KOVANI_UTILS_LOG_ENTRY() KOVANI_UTILS_LOG_DBG("function entry ------------->")
 #define KOVANI_UTILS_LOG_EXIT() KOVANI_UTILS_LOG_DBG("function exit <-------------")
 
