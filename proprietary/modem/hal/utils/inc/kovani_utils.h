@@ -159,12 +159,130 @@ KOVANI_UTILS_API void kovani_str_rpl(char* in, char* out, int outlen, const char
 KOVANI_UTILS_API void kovani_str_add_prefix(const char* in, char* out, int outlen,
                                             const char* prefix);
 
+/* ---- Property access ----
+ * Names are used up to their first 255 characters. None of these report a
+ * failure to the caller; refusals are logged. While the property trace is on
+ * ("persist.vendor.radio.print_prop" exactly "1" or unset) every read and
+ * write is traced as a debug line "<name>: <value>". */
+
+/* Reads the property into property_value (at most 255 characters and a NUL);
+ * an unset or empty property gives default_property_value. */
+KOVANI_UTILS_API void kovani_get_property_value(const char* property_name, char* property_value,
+                                                const char* default_property_value);
+
+/* Writes the property unless property_value is longer than 92 characters,
+ * then traces what the property now holds. A 92-character value passes this
+ * check but is refused by the platform, unreported. */
+KOVANI_UTILS_API void kovani_set_property_value(const char* property_name,
+                                                const char* property_value);
+
+/* Writes value as decimal text. */
+KOVANI_UTILS_API void kovani_set_property_value_to_int(const char* property_name, int value);
+
+/* Reads the property as atoi does (leading blanks skipped, digits up to the
+ * first other character, 0 for no number); an unset or empty property gives
+ * default_value. A null name stores 0. value must not be null. */
+KOVANI_UTILS_API void kovani_get_property_value_from_int(const char* property_name, int* value,
+                                                         int default_value);
+
+/* ---- Comparison, lists, masks and the heap pair ---- */
+
+/* Subscriptions: two SIM slots, ids 0 and 1; the mask of an id is 1 << id. */
+KOVANI_UTILS_API bool kovani_check_sub_mask(int32_t mask);        /* 1 <= mask <= 3 */
+KOVANI_UTILS_API bool kovani_check_sub_id(uint32_t id);           /* id < 2 */
+KOVANI_UTILS_API uint32_t kovani_get_sub_mask_by_id(uint32_t id); /* 1, 2, or 0 when id > 1 */
+
+/* Byte-exact comparison: 0 when equal; -101 str1 null, -102 str2 null, -103
+ * lengths differ, 104 a character differs. Treat any non-zero as different. */
+KOVANI_UTILS_API int kovani_str_cmp(const char* str1, const char* str2);
+
+/* True when some entry of the list occurs anywhere inside str (the entry is
+ * the needle): an empty entry matches every str. Entries must not be null. A
+ * null list, a null str or a size of 0 gives false. */
+KOVANI_UTILS_API bool kovani_string_list_contain(const char* const* str_list, uint32_t size_list,
+                                                 const char* str);
+
+/* True when number is in the list. The 16- and 8-bit members compare bit
+ * patterns, so -1 matches an element 65535 or 255. A null list or a size of 0
+ * gives false. A miss is logged as an error. */
+KOVANI_UTILS_API bool kovani_int64_list_contain(const int64_t* num_list, uint32_t size_list,
+                                                int64_t number);
+KOVANI_UTILS_API bool kovani_int32_list_contain(const int32_t* num_list, uint32_t size_list,
+                                                int32_t number);
+KOVANI_UTILS_API bool kovani_int16_list_contain(const uint16_t* num_list, uint32_t size_list,
+                                                int16_t number);
+KOVANI_UTILS_API bool kovani_int8_list_contain(const uint8_t* num_list, uint32_t size_list,
+                                               int8_t number);
+
+/* malloc(size), not cleared; null for size 0. */
+KOVANI_UTILS_API void* kovani_mem_malloc(uint32_t size);
+
+/* Frees *ptr and sets it to null; nothing happens when ptr or *ptr is null. */
+KOVANI_UTILS_API void kovani_mem_free(void** ptr);
+
+/* ---- Build classification ----
+ * Each predicate reads its property once per process, on its first call, and
+ * answers from that text ever after. */
+
+KOVANI_UTILS_API bool kovani_is_factory_version(void); /* ro.boot.factorybuild starts with '1' */
+KOVANI_UTILS_API bool kovani_is_ct_cert_version(void); /* ro.cust.test is "ct" */
+KOVANI_UTILS_API bool kovani_is_cm_cert_version(void); /* ro.cust.test is "cm" */
+KOVANI_UTILS_API bool kovani_is_cu_cert_version(void); /* ro.cust.test is "cu" */
+KOVANI_UTILS_API bool kovani_is_cert_version(void);    /* ro.cust.test is set, not "NULL" */
+KOVANI_UTILS_API bool kovani_is_china_version(void);   /* ro.vendor.radio.build_region is "cn" */
+KOVANI_UTILS_API bool kovani_is_test_build(void);      /* ro.build.tags is not "release-keys" */
+/* ro.vendor.radio.build_profile contains "-pre", "-dev", "-stable", "-native",
+ * "-factory" anywhere (one profile may answer several). */
+KOVANI_UTILS_API bool kovani_is_pre_version(void);
+KOVANI_UTILS_API bool kovani_is_dev_version(void);
+KOVANI_UTILS_API bool kovani_is_stable_version(void);
+KOVANI_UTILS_API bool kovani_is_native_version(void);
+KOVANI_UTILS_API bool kovani_is_factory_version_ex(void);
+KOVANI_UTILS_API bool kovani_is_root_version(void); /* ro.debuggable is "1" */
+KOVANI_UTILS_API bool kovani_is_mp_version(void);   /* ro.boot.hwlevel is "MP" */
+KOVANI_UTILS_API bool kovani_is_nuvo_version(void); /* ro.nuvo.build.region set, not "NULL" */
+/* ro.build.type is "user" (unset counts as "user"). Only the first call in a
+ * process can answer true: every later call answers false. */
+KOVANI_UTILS_API bool kovani_is_user_version(void);
+
+/* The build type, 1 to 6: certification first, then the build profile's
+ * "-factory", "-native", "-pre"; otherwise an incremental version starting
+ * with 'V' is DEV when it contains ".DEV", else STABLE; else PRE. */
+KOVANI_UTILS_API int kovani_build_type_get(void);
+
+/* True when persist.radio.multisim.config is exactly "ssss" (read each call). */
+KOVANI_UTILS_API bool kovani_get_single_sim_flag(void);
+
+/* ro.product.device (read once; may be empty) and ro.nuvo.build.region (read
+ * once; "NULL" when unset). The pointers stay valid for the process. */
+KOVANI_UTILS_API const char* kovani_device_name_get(void);
+KOVANI_UTILS_API const char* kovani_build_region_get(void);
+
+/* persist.vendor.radio.build_region ("NULL" when unset), re-read on every
+ * call of either function into one shared buffer: a pointer from
+ * kovani_vendor_build_region_get sees every later refresh. */
+KOVANI_UTILS_API const char* kovani_vendor_build_region_get(void);
+KOVANI_UTILS_API bool kovani_vendor_build_region_is_cfged(void);
+
+/* List tests with wildcards: an entry occurring in "all_product" or
+ * "all_region" (such as the wildcard itself) matches every device or region;
+ * otherwise an entry must occur inside the device name or build region. In a
+ * build-type list, 0 matches every type. */
+KOVANI_UTILS_API bool kovani_device_name_list_contain(const char* const* list, uint32_t count);
+KOVANI_UTILS_API bool kovani_build_region_list_contain(const char* const* list, uint32_t count);
+KOVANI_UTILS_API bool kovani_build_type_list_contain(const uint8_t* list, uint32_t count);
+
 #ifdef __cplusplus
 } /* extern "C" */
 
 /* True while the property trace is on: "persist.vendor.radio.print_prop" is
  * exactly "1" or unset. Read once per process, announced when read. */
 KOVANI_UTILS_API bool kovani_utils_get_prop_print_flag();
+
+/* While the property trace is on, logs the property's current value as a
+ * debug line "<name>: <value>" ("null_val" when unset or empty); otherwise
+ * does nothing at all. */
+KOVANI_UTILS_API void kovani_print_property_value(const char* property_name);
 
 /* Does nothing; offered to the host. */
 KOVANI_UTILS_API void kovani_utils_end();

@@ -1,9 +1,10 @@
 // Common services of the modem HAL utilities: logging and process identity,
-// string editing.
+// system properties, strings and lists, build classification.
 
 #include <cutils/properties.h>
 #include <stdarg.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -189,7 +190,78 @@ int kovani_utils_get_pid_number(void) {
 }
 
 // ===========================================================================
-// String editing
+// System properties
+// ===========================================================================
+
+namespace {
+
+constexpr int kPropertyValueLimit = 92;
+
+void copy_property_name(const char* name, char* copy) {
+  strncpy(copy, name, kTextFormatLimit);
+  copy[kTextFormatLimit] = '\0';
+}
+
+}  // namespace
+
+void kovani_print_property_value(const char* property_name) {
+  if (!kovani_utils_get_prop_print_flag()) return;
+  KOVANI_UTILS_REFUSE_IF(property_name == nullptr, "property_name is null");
+  char name[kTextBufSize];
+  copy_property_name(property_name, name);
+  char value[kTextBufSize] = {0};
+  property_get(name, value, "null_val");
+  value[kTextBufSize - 1] = '\0';
+  KOVANI_UTILS_LOG_DBG("%s: %s", name, value);
+}
+
+void kovani_get_property_value(const char* property_name, char* property_value,
+                               const char* default_property_value) {
+  KOVANI_UTILS_REFUSE_IF(property_name == nullptr, "property_name is null");
+  KOVANI_UTILS_REFUSE_IF(property_value == nullptr, "property_value is null");
+  KOVANI_UTILS_REFUSE_IF(default_property_value == nullptr, "default_property_value is null");
+  char name[kTextBufSize];
+  copy_property_name(property_name, name);
+  char value[kTextBufSize] = {0};
+  property_get(name, value, default_property_value);
+  value[kTextBufSize - 1] = '\0';
+  const size_t len = strlen(value);
+  memcpy(property_value, value, len);
+  property_value[len] = '\0';
+  if (kovani_utils_get_prop_print_flag()) {
+    KOVANI_UTILS_LOG_DBG("%s: %s", name, property_value);
+  }
+}
+
+void kovani_set_property_value(const char* property_name, const char* property_value) {
+  KOVANI_UTILS_REFUSE_IF(property_name == nullptr, "property_name is null");
+  KOVANI_UTILS_REFUSE_IF(property_value == nullptr, "property_value is null");
+  const size_t len = strlen(property_value);
+  // 92 itself passes: the platform's own limit (91) then refuses it.
+  KOVANI_UTILS_REFUSE_IF(len > kPropertyValueLimit, "property_value len(%u) is out of range(%d)",
+                         static_cast<unsigned>(len), kPropertyValueLimit);
+  char name[kTextBufSize];
+  copy_property_name(property_name, name);
+  property_set(name, property_value);
+  kovani_print_property_value(name);
+}
+
+void kovani_set_property_value_to_int(const char* property_name, int value) {
+  char text[kTextBufSize] = {0};
+  snprintf(text, kTextFormatLimit, "%d", value);
+  kovani_set_property_value(property_name, text);
+}
+
+void kovani_get_property_value_from_int(const char* property_name, int* value, int default_value) {
+  char default_text[kTextBufSize] = {0};
+  snprintf(default_text, kTextFormatLimit, "%d", default_value);
+  char text[kTextBufSize] = {0};
+  kovani_get_property_value(property_name, text, default_text);
+  *value = atoi(text);
+}
+
+// ===========================================================================
+// Strings, lists and files
 // ===========================================================================
 
 namespace {
@@ -307,4 +379,281 @@ void kovani_str_add_prefix(const char* in, char* out, int outlen, const char* pr
                          outlen);
   strncat(out, prefix, static_cast<size_t>(outlen));
   strncat(out, in, static_cast<size_t>(outlen));
+}
+
+bool kovani_check_sub_mask(int32_t mask) { return mask >= 1 && mask <= 3; }
+
+bool kovani_check_sub_id(uint32_t id) { return id < 2; }
+
+uint32_t kovani_get_sub_mask_by_id(uint32_t id) { return kovani_check_sub_id(id) ? 1u << id : 0; }
+
+int kovani_str_cmp(const char* str1, const char* str2) {
+  if (str1 == nullptr) {
+    KOVANI_UTILS_LOG_DBG("str1 is null");
+    return -101;
+  }
+  if (str2 == nullptr) {
+    KOVANI_UTILS_LOG_DBG("str2 is null");
+    return -102;
+  }
+  const uint32_t len1 = static_cast<uint32_t>(strlen(str1));
+  const uint32_t len2 = static_cast<uint32_t>(strlen(str2));
+  const int len = static_cast<int>(len1);
+  if (len1 != len2) {
+    KOVANI_UTILS_LOG_DBG("len1(%d) != len2(%d), str1: %s, str2: %s", len, static_cast<int>(len2),
+                         str1, str2);
+    return -103;
+  }
+  for (int i = 0; i < len; ++i) {
+    if (str1[i] != str2[i]) {
+      KOVANI_UTILS_LOG_DBG("str1[%d]('%c') != str2[%d]('%c'), str1(%d): %s, str2(%d): %s", i,
+                           str1[i], i, str2[i], len, str1, len, str2);
+      return 104;
+    }
+  }
+  KOVANI_UTILS_LOG_DBG("same, str1(%d): %s, str2(%d): %s", len, str1, len, str2);
+  return 0;
+}
+
+bool kovani_string_list_contain(const char* const* str_list, uint32_t size_list, const char* str) {
+  KOVANI_UTILS_REFUSE_IF_RET(str == nullptr, false, "str is NULL");
+  KOVANI_UTILS_REFUSE_IF_RET(str_list == nullptr, false, "str_list is NULL");
+  KOVANI_UTILS_REFUSE_IF_RET(size_list == 0, false, "size_list(%u) can not <= 0", size_list);
+  for (uint32_t i = 0; i < size_list; ++i) {
+    if (strstr(str, str_list[i]) != nullptr) {
+      KOVANI_UTILS_LOG_DBG("find str: %s, size_list(%u)", str, size_list);
+      return true;
+    }
+  }
+  KOVANI_UTILS_LOG_ERR("not find str: %s, size_list(%u)", str, size_list);
+  return false;
+}
+
+// One body for the four widths; elements and number meet as `bits`, so the
+// narrow members compare bit patterns.
+#define KOVANI_DEFINE_INT_LIST_CONTAIN(func, elem_type, number_type, bits, tag, number_fmt)  \
+  bool func(const elem_type* num_list, uint32_t size_list, number_type number) {             \
+    KOVANI_UTILS_REFUSE_IF_RET(num_list == nullptr, false, "num_list[" tag "] is NULL");     \
+    KOVANI_UTILS_REFUSE_IF_RET(size_list == 0, false, "size_list[" tag "](%u) can not <= 0", \
+                               size_list);                                                   \
+    for (uint32_t i = 0; i < size_list; ++i) {                                               \
+      if (static_cast<bits>(num_list[i]) == static_cast<bits>(number)) {                     \
+        KOVANI_UTILS_LOG_DBG("find number[" tag "]: " number_fmt ", size_list(%u)", number,  \
+                             size_list);                                                     \
+        return true;                                                                         \
+      }                                                                                      \
+    }                                                                                        \
+    KOVANI_UTILS_LOG_ERR("not find number[" tag "]: " number_fmt ", size_list(%u)", number,  \
+                         size_list);                                                         \
+    return false;                                                                            \
+  }
+
+KOVANI_DEFINE_INT_LIST_CONTAIN(kovani_int64_list_contain, int64_t, int64_t, uint64_t, "int64",
+                               "%ld")
+KOVANI_DEFINE_INT_LIST_CONTAIN(kovani_int32_list_contain, int32_t, int32_t, uint32_t, "int32", "%d")
+KOVANI_DEFINE_INT_LIST_CONTAIN(kovani_int16_list_contain, uint16_t, int16_t, uint16_t, "int16",
+                               "%d")
+KOVANI_DEFINE_INT_LIST_CONTAIN(kovani_int8_list_contain, uint8_t, int8_t, uint8_t, "int8", "%d")
+
+#undef KOVANI_DEFINE_INT_LIST_CONTAIN
+
+void* kovani_mem_malloc(uint32_t size) { return size == 0 ? nullptr : malloc(size); }
+
+void kovani_mem_free(void** ptr) {
+  if (ptr == nullptr || *ptr == nullptr) return;
+  free(*ptr);
+  *ptr = nullptr;
+}
+
+// ===========================================================================
+// Build classification
+// ===========================================================================
+
+namespace {
+
+// A read-once property: the first call fills value, every call terminates
+// it, so a value of 255 characters or more is cut there.
+const char* read_property_once(char* value, uint8_t* fetched, const char* property,
+                               const char* default_value) {
+  if (*fetched == 0) kovani_get_property_value(property, value, default_value);
+  value[kTextBufSize - 1] = '\0';
+  *fetched = 1;
+  return value;
+}
+
+bool equals(const char* value, const char* literal) { return strcmp(value, literal) == 0; }
+
+bool contains(const char* value, const char* marker) { return strstr(value, marker) != nullptr; }
+
+}  // namespace
+
+// Each predicate owns its cache; `test` is an expression over `val`.
+#define KOVANI_DEFINE_BUILD_PREDICATE(func, property, default_value, test, yes_text, no_text) \
+  bool func(void) {                                                                           \
+    static char value[kTextBufSize];                                                          \
+    static uint8_t fetched;                                                                   \
+    const char* val = read_property_once(value, &fetched, property, default_value);           \
+    const bool ret = (test);                                                                  \
+    if (ret) {                                                                                \
+      KOVANI_UTILS_LOG_DBG(yes_text ", val = %s, ret = %d", val, ret);                        \
+    } else {                                                                                  \
+      KOVANI_UTILS_LOG_DBG(no_text ", val = %s, ret = %d", val, ret);                         \
+    }                                                                                         \
+    return ret;                                                                               \
+  }
+
+KOVANI_DEFINE_BUILD_PREDICATE(kovani_is_factory_version, "ro.boot.factorybuild", "", val[0] == '1',
+                              "factory version", "non factory version")
+KOVANI_DEFINE_BUILD_PREDICATE(kovani_is_ct_cert_version, "ro.cust.test", "NULL", equals(val, "ct"),
+                              "ct test version", "not ct test version")
+KOVANI_DEFINE_BUILD_PREDICATE(kovani_is_cm_cert_version, "ro.cust.test", "NULL", equals(val, "cm"),
+                              "cmcc test version", "not cmcc test version")
+KOVANI_DEFINE_BUILD_PREDICATE(kovani_is_cu_cert_version, "ro.cust.test", "NULL", equals(val, "cu"),
+                              "cu test version", "not cu test version")
+KOVANI_DEFINE_BUILD_PREDICATE(kovani_is_cert_version, "ro.cust.test", "NULL", !equals(val, "NULL"),
+                              "cert version", "non cert version")
+KOVANI_DEFINE_BUILD_PREDICATE(kovani_is_china_version, "ro.vendor.radio.build_region", "",
+                              equals(val, "cn"), "china version", "not china version")
+KOVANI_DEFINE_BUILD_PREDICATE(kovani_is_test_build, "ro.build.tags", "test-keys",
+                              !equals(val, "release-keys"), "test version", "non test version")
+KOVANI_DEFINE_BUILD_PREDICATE(kovani_is_pre_version, "ro.vendor.radio.build_profile", "NULL",
+                              contains(val, "-pre"), "pre version", "non pre version")
+KOVANI_DEFINE_BUILD_PREDICATE(kovani_is_dev_version, "ro.vendor.radio.build_profile", "NULL",
+                              contains(val, "-dev"), "dev version", "non dev version")
+KOVANI_DEFINE_BUILD_PREDICATE(kovani_is_stable_version, "ro.vendor.radio.build_profile", "NULL",
+                              contains(val, "-stable"), "stable version", "non stable version")
+KOVANI_DEFINE_BUILD_PREDICATE(kovani_is_native_version, "ro.vendor.radio.build_profile", "NULL",
+                              contains(val, "-native"), "native version", "non native version")
+KOVANI_DEFINE_BUILD_PREDICATE(kovani_is_factory_version_ex, "ro.vendor.radio.build_profile", "NULL",
+                              contains(val, "-factory"), "factory version", "non factory version")
+KOVANI_DEFINE_BUILD_PREDICATE(kovani_is_root_version, "ro.debuggable", "NULL", equals(val, "1"),
+                              "root version", "non root version")
+KOVANI_DEFINE_BUILD_PREDICATE(kovani_is_mp_version, "ro.boot.hwlevel", "NULL", equals(val, "MP"),
+                              "mp version", "non mp version")
+KOVANI_DEFINE_BUILD_PREDICATE(kovani_is_nuvo_version, "ro.nuvo.build.region", "NULL",
+                              !equals(val, "NULL"), "nuvo version", "non nuvo version")
+
+#undef KOVANI_DEFINE_BUILD_PREDICATE
+
+// Only the flag is kept: from the second call on the value stays empty and
+// the answer is false.
+bool kovani_is_user_version(void) {
+  static uint8_t fetched;
+  char value[kTextBufSize] = {0};
+  const char* val = read_property_once(value, &fetched, "ro.build.type", "user");
+  const bool ret = equals(val, "user");
+  if (ret) {
+    KOVANI_UTILS_LOG_DBG("user version, val = %s, ret = %d", val, ret);
+  } else {
+    KOVANI_UTILS_LOG_DBG("non user version, val = %s, ret = %d", val, ret);
+  }
+  return ret;
+}
+
+int kovani_build_type_get(void) {
+  static char profile[kTextBufSize];
+  static char incremental[kTextBufSize];
+  static uint8_t fetched;
+  if (fetched == 0) {
+    kovani_get_property_value("ro.vendor.radio.build_profile", profile, "NULL");
+    kovani_get_property_value("ro.build.version.incremental", incremental, "");
+    fetched = 1;
+  }
+  // The order is the tie-break; the profile's -dev and -stable are not
+  // consulted, only the incremental version tells DEV from STABLE.
+  if (kovani_is_cert_version()) {
+    KOVANI_UTILS_LOG_DBG("KOVANI_BUILD_TYPE_CERT(%d), BUILD_PROFILE(%s)", KOVANI_BUILD_TYPE_CERT,
+                         profile);
+    return KOVANI_BUILD_TYPE_CERT;
+  }
+  if (contains(profile, "-factory")) {
+    KOVANI_UTILS_LOG_DBG("KOVANI_BUILD_TYPE_FACTORY(%d), BUILD_PROFILE(%s)",
+                         KOVANI_BUILD_TYPE_FACTORY, profile);
+    return KOVANI_BUILD_TYPE_FACTORY;
+  }
+  if (contains(profile, "-native")) {
+    KOVANI_UTILS_LOG_DBG("KOVANI_BUILD_TYPE_NATIVE(%d), BUILD_PROFILE(%s)",
+                         KOVANI_BUILD_TYPE_NATIVE, profile);
+    return KOVANI_BUILD_TYPE_NATIVE;
+  }
+  if (contains(profile, "-pre")) {
+    KOVANI_UTILS_LOG_DBG("KOVANI_BUILD_TYPE_PRE(%d), BUILD_PROFILE(%s)", KOVANI_BUILD_TYPE_PRE,
+                         profile);
+    return KOVANI_BUILD_TYPE_PRE;
+  }
+  if (incremental[0] == 'V') {
+    if (contains(incremental, ".DEV")) {
+      KOVANI_UTILS_LOG_DBG("KOVANI_BUILD_TYPE_DEV(%d), BUILD_PROFILE(%s)", KOVANI_BUILD_TYPE_DEV,
+                           profile);
+      return KOVANI_BUILD_TYPE_DEV;
+    }
+    KOVANI_UTILS_LOG_DBG("KOVANI_BUILD_TYPE_STABLE(%d), BUILD_PROFILE(%s)",
+                         KOVANI_BUILD_TYPE_STABLE, profile);
+    return KOVANI_BUILD_TYPE_STABLE;
+  }
+  KOVANI_UTILS_LOG_DBG("build_type(%d), BUILD_PROFILE(%s), BUILD_VERSION(%s)",
+                       KOVANI_BUILD_TYPE_PRE, profile, incremental);
+  return KOVANI_BUILD_TYPE_PRE;
+}
+
+bool kovani_get_single_sim_flag(void) {
+  char value[kTextBufSize] = {0};
+  kovani_get_property_value("persist.radio.multisim.config", value, "dsds");
+  if (equals(value, "ssss")) {
+    KOVANI_UTILS_LOG_DBG("single sim version");
+    return true;
+  }
+  KOVANI_UTILS_LOG_DBG("non single sim version");
+  return false;
+}
+
+const char* kovani_device_name_get(void) {
+  static char value[kTextBufSize];
+  static uint8_t fetched;
+  const char* name = read_property_once(value, &fetched, "ro.product.device", "");
+  KOVANI_UTILS_LOG_DBG("device_name: %s", name);
+  return name;
+}
+
+const char* kovani_build_region_get(void) {
+  static char value[kTextBufSize];
+  static uint8_t fetched;
+  const char* region = read_property_once(value, &fetched, "ro.nuvo.build.region", "NULL");
+  KOVANI_UTILS_LOG_DBG("build_region: %s", region);
+  return region;
+}
+
+namespace {
+
+// Shared by both vendor-region functions and rewritten by each call.
+char vendor_build_region[kTextBufSize];
+
+const char* refresh_vendor_build_region() {
+  memset(vendor_build_region, 0, sizeof(vendor_build_region));
+  kovani_get_property_value("persist.vendor.radio.build_region", vendor_build_region, "NULL");
+  vendor_build_region[kTextBufSize - 1] = '\0';
+  return vendor_build_region;
+}
+
+}  // namespace
+
+const char* kovani_vendor_build_region_get(void) { return refresh_vendor_build_region(); }
+
+bool kovani_vendor_build_region_is_cfged(void) {
+  return !equals(refresh_vendor_build_region(), "NULL");
+}
+
+bool kovani_device_name_list_contain(const char* const* list, uint32_t count) {
+  if (kovani_string_list_contain(list, count, "all_product")) return true;
+  return kovani_string_list_contain(list, count, kovani_device_name_get());
+}
+
+bool kovani_build_region_list_contain(const char* const* list, uint32_t count) {
+  if (kovani_string_list_contain(list, count, "all_region")) return true;
+  return kovani_string_list_contain(list, count, kovani_build_region_get());
+}
+
+bool kovani_build_type_list_contain(const uint8_t* list, uint32_t count) {
+  if (kovani_int8_list_contain(list, count, 0)) return true;
+  return kovani_int8_list_contain(list, count, static_cast<int8_t>(kovani_build_type_get()));
 }
