@@ -1,19 +1,13 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "fresh_process.h"
-#include "kovani_host_properties.h"
-#include "kovani_utils.h"
-#include "log_capture.h"
+#include "library_test.h"
 
 namespace {
 
-using kovani_test::InFreshProcess;
-using kovani_test::SyslogCapture;
+using namespace kovani_test;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 
@@ -45,14 +39,10 @@ std::vector<std::string> PredicateBodies(const SyslogCapture& syslog) {
 }
 
 void Seed(const Properties& properties) {
-  g_kovani_qcril_ril_process_instance_id = 0;
   for (const auto& p : properties) kovani_host_property_seed(p.first, p.second);
 }
 
-class BuildClassification : public ::testing::Test {
- protected:
-  void SetUp() override { kovani_host_property_reset(); }
-};
+class BuildClassification : public LibraryTest {};
 
 TEST_F(BuildClassification, Predicates_AnswerFromTheirProperty) {
   const struct {
@@ -215,7 +205,6 @@ TEST_F(BuildClassification, DeviceRegionAndTypeLists_WithWildcards) {
 }
 
 TEST_F(BuildClassification, SimModeAndVendorRegion_AreReadEveryCall) {
-  g_kovani_qcril_ril_process_instance_id = 0;
   EXPECT_FALSE(kovani_get_single_sim_flag());
   for (const char* mode : {"dsds", "dsda", "ssss "}) {
     kovani_host_property_seed("persist.radio.multisim.config", mode);
@@ -231,12 +220,10 @@ TEST_F(BuildClassification, SimModeAndVendorRegion_AreReadEveryCall) {
   EXPECT_TRUE(kovani_vendor_build_region_is_cfged());
   EXPECT_STREQ(region, "eea");
   EXPECT_EQ(kovani_vendor_build_region_get(), region);
-  g_kovani_qcril_ril_process_instance_id = 255;
 }
 
 TEST_F(BuildClassification, RealDeviceProfile_IsClassified) {
   InFreshProcess([] {
-    g_kovani_qcril_ril_process_instance_id = 0;
     ASSERT_EQ(kovani_host_property_load(KOVANI_TEST_DATA_DIR "/kestrel_cert.getprop"), 0);
     EXPECT_EQ(Answers(), "0010110001000111");
     EXPECT_EQ(kovani_build_type_get(), KOVANI_BUILD_TYPE_CERT);

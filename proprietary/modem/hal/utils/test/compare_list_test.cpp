@@ -1,27 +1,17 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <stdint.h>
 
 #include <functional>
 #include <string>
 #include <vector>
 
-#include "kovani_utils.h"
-#include "log_capture.h"
+#include "library_test.h"
 
 namespace {
 
-using kovani_test::SyslogCapture;
+using namespace kovani_test;
 using ::testing::ElementsAre;
 
-constexpr int kErr = 3;
-constexpr int kDbg = 7;
-
-class ComparisonAndLists : public ::testing::Test {
- protected:
-  void SetUp() override { g_kovani_qcril_ril_process_instance_id = 0; }
-  void TearDown() override { g_kovani_qcril_ril_process_instance_id = 255; }
-};
+class ComparisonAndLists : public LibraryTest {};
 
 // A call with its answer and the one line it must log.
 struct LoggedCall {

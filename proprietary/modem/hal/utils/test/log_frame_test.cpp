@@ -1,36 +1,19 @@
 #include <cutils/properties.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/prctl.h>
 
 #include <string>
 #include <vector>
 
-#include "fresh_process.h"
-#include "kovani_host_properties.h"
-#include "kovani_utils.h"
-#include "log_capture.h"
+#include "library_test.h"
 #include "status_file.h"
 
 namespace {
 
-using kovani_test::ConsoleCapture;
-using kovani_test::FramedLine;
-using kovani_test::InFreshProcess;
-using kovani_test::SyslogCapture;
+using namespace kovani_test;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-constexpr int kErr = 3;
-constexpr int kDbg = 7;
-
-class LogFrame : public ::testing::Test {
- protected:
-  void TearDown() override {
-    g_kovani_qcril_ril_process_instance_id = 255;
-    g_kovani_shell_print_flag = 1;
-  }
-};
+class LogFrame : public LibraryTest {};
 
 // One debug probe and one error probe, with known bodies.
 void EmitProbes() {
@@ -43,14 +26,13 @@ std::vector<std::string> BareTexts(const SyslogCapture& syslog) {
   std::vector<std::string> texts;
   FramedLine unused;
   for (const auto& line : syslog.lines()) {
-    if (!kovani_test::ParseFramed(line.text, &unused)) texts.push_back(line.text);
+    if (!ParseFramed(line.text, &unused)) texts.push_back(line.text);
   }
   return texts;
 }
 
 TEST_F(LogFrame, FirstDebugLine_IsFramedByTheSwitchAnnouncements) {
   InFreshProcess([] {
-    g_kovani_qcril_ril_process_instance_id = 0;
     SyslogCapture syslog;
     ConsoleCapture console;
     char text[] = "a";
@@ -67,8 +49,8 @@ TEST_F(LogFrame, FirstDebugLine_IsFramedByTheSwitchAnnouncements) {
     EXPECT_EQ(lines[2].text, "shell print is started");
 
     FramedLine first, second;
-    ASSERT_TRUE(kovani_test::ParseFramed(lines[1].text, &first));
-    ASSERT_TRUE(kovani_test::ParseFramed(lines[3].text, &second));
+    ASSERT_TRUE(ParseFramed(lines[1].text, &first));
+    ASSERT_TRUE(ParseFramed(lines[3].text, &second));
     EXPECT_EQ(first.prefix, "SUB[0]");
     EXPECT_EQ(first.file, "kovani_utils_cmn.cpp");
     EXPECT_EQ(first.func, "kovani_str_print");
@@ -202,7 +184,7 @@ TEST_F(LogFrame, Prefix_CarriesInstanceNumberOrTaskName) {
       {3, "SUB[3]"},
       {-1, "SUB[-1]"},
       {256, "SUB[256]"},
-      {255, "[" + kovani_test::OwnTaskName() + "]"},
+      {255, "[" + OwnTaskName() + "]"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.instance);
@@ -224,6 +206,7 @@ TEST_F(LogFrame, Prefix_CarriesInstanceNumberOrTaskName) {
 
 TEST_F(LogFrame, TaskNamePrefix_FollowsARename) {
   InFreshProcess([] {
+    g_kovani_qcril_ril_process_instance_id = 255;
     SyslogCapture syslog;
     kovani_str_trim(nullptr, 7);
     ASSERT_EQ(prctl(PR_SET_NAME, "kovani-renamed"), 0);

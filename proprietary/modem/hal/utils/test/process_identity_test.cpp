@@ -1,5 +1,3 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/prctl.h>
@@ -7,21 +5,14 @@
 
 #include <string>
 
-#include "fresh_process.h"
-#include "kovani_utils.h"
-#include "log_capture.h"
+#include "library_test.h"
 #include "status_file.h"
 
 namespace {
 
-using kovani_test::FramedLine;
-using kovani_test::InFreshProcess;
-using kovani_test::StatusFileRedirect;
-using kovani_test::SyslogCapture;
+using namespace kovani_test;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-
-constexpr int kErr = 3;
 
 // A stand-in status file, removed with the object.
 class FakeStatusFile {
@@ -41,13 +32,7 @@ class FakeStatusFile {
   std::string path_;
 };
 
-class ProcessIdentity : public ::testing::Test {
- protected:
-  // Instance 255 would reread the status file for every line, and with a
-  // failing open that recursion never ends.
-  void SetUp() override { g_kovani_qcril_ril_process_instance_id = 0; }
-  void TearDown() override { g_kovani_qcril_ril_process_instance_id = 255; }
-};
+class ProcessIdentity : public LibraryTest {};
 
 std::string FuncAndBody(const FramedLine& line) { return line.func + " | " + line.body; }
 
@@ -57,7 +42,7 @@ TEST_F(ProcessIdentity, PidInfo_IsThisProcessWithItsTrace) {
   memset(&info, 0x5a, sizeof(info));
   kovani_get_current_pid_info(&info);
 
-  const std::string name = kovani_test::OwnTaskName();
+  const std::string name = OwnTaskName();
   const std::string pid = std::to_string(getpid());
   EXPECT_EQ(info.p_id, getpid());
   EXPECT_EQ(std::string(info.p_name), name);
@@ -152,10 +137,9 @@ TEST_F(ProcessIdentity, ReadFailures_LeaveAnEmptyOrPreviousName) {
 
 TEST_F(ProcessIdentity, SharedRecord_IsFilledOnceForBothGetters) {
   InFreshProcess([] {
-    g_kovani_qcril_ril_process_instance_id = 0;
     SyslogCapture syslog;
     EXPECT_EQ(kovani_utils_get_pid_number(), getpid());
-    EXPECT_EQ(std::string(kovani_utils_get_pid_name()), kovani_test::OwnTaskName());
+    EXPECT_EQ(std::string(kovani_utils_get_pid_name()), OwnTaskName());
     EXPECT_EQ(kovani_utils_get_pid_number(), getpid());
     int fills = 0;
     for (const auto& body : syslog.bodies(7)) fills += body.rfind("proc_pid_path: ", 0) == 0;
@@ -165,7 +149,6 @@ TEST_F(ProcessIdentity, SharedRecord_IsFilledOnceForBothGetters) {
 
 TEST_F(ProcessIdentity, CurrentPidName_RefreshesOnlyTheName) {
   InFreshProcess([] {
-    g_kovani_qcril_ril_process_instance_id = 0;
     const int pid = kovani_utils_get_pid_number();
     SyslogCapture syslog;
     ASSERT_EQ(prctl(PR_SET_NAME, "kovani-newname"), 0);

@@ -1,34 +1,18 @@
 #include <cutils/properties.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include "fresh_process.h"
-#include "kovani_host_properties.h"
-#include "kovani_utils.h"
-#include "log_capture.h"
+#include "library_test.h"
 
 namespace {
 
-using kovani_test::ConsoleCapture;
-using kovani_test::InFreshProcess;
-using kovani_test::SyslogCapture;
+using namespace kovani_test;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-constexpr int kErr = 3;
-constexpr int kDbg = 7;
-
-class PropertyAccess : public ::testing::Test {
+class PropertyAccess : public LibraryTest {
  protected:
-  void SetUp() override {
-    kovani_host_property_reset();
-    g_kovani_qcril_ril_process_instance_id = 0;
-  }
-  void TearDown() override { g_kovani_qcril_ril_process_instance_id = 255; }
-
   static std::string Stored(const char* name) {
     char value[PROPERTY_VALUE_MAX] = {0};
     property_get(name, value, "<unset>");
@@ -170,7 +154,6 @@ TEST_F(PropertyAccess, Trace_GoesThroughBothDebugSinks) {
 
 TEST_F(PropertyAccess, Trace_OffSilencesEvenANullName) {
   InFreshProcess([] {
-    g_kovani_qcril_ril_process_instance_id = 0;
     kovani_host_property_seed("persist.vendor.radio.print_prop", "0");
     kovani_utils_get_prop_print_flag();
     SyslogCapture syslog;

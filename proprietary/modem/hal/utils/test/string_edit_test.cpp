@@ -1,28 +1,18 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <string.h>
 
 #include <string>
 #include <vector>
 
-#include "kovani_utils.h"
-#include "log_capture.h"
+#include "library_test.h"
 
 namespace {
 
-using kovani_test::SyslogCapture;
+using namespace kovani_test;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 
-constexpr int kErr = 3;
-constexpr int kDbg = 7;
-
-class StringEdit : public ::testing::Test {
- protected:
-  void SetUp() override { g_kovani_qcril_ril_process_instance_id = 0; }
-  void TearDown() override { g_kovani_qcril_ril_process_instance_id = 255; }
-};
+class StringEdit : public LibraryTest {};
 
 // A buffer holding text, its NUL and a tail of '#', so that bytes past the
 // terminator can be checked too.
