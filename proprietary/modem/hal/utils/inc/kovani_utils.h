@@ -272,6 +272,42 @@ KOVANI_UTILS_API bool kovani_device_name_list_contain(const char* const* list, u
 KOVANI_UTILS_API bool kovani_build_region_list_contain(const char* const* list, uint32_t count);
 KOVANI_UTILS_API bool kovani_build_type_list_contain(const uint8_t* list, uint32_t count);
 
+/* ---- File copy ---- */
+
+/* Copies src's bytes into tgt in 10240-byte chunks, tracing each read and
+ * write as error lines. tgt is created (mode 0777 less the umask) but never
+ * truncated: a longer existing target keeps its tail. Returns 0, or -1 src
+ * null, -2 tgt null, -3 src not opened, -4 tgt not opened, -5 a read or write
+ * failed (the target is left as far as it got). */
+KOVANI_UTILS_API int kovani_copy_file(const char* src, const char* tgt);
+
+/* ---- Modem restart (SSR) level ----
+ * The level lives in persist.vendor.ssr.restart_level ("ALL_ENABLE" or
+ * "ALL_DISABLE"); persist.vendor.ssr.type_bak and its flag
+ * persist.vendor.ssr.type_bak_flag keep the default that DEF restores. The
+ * first kovani_get_modem_ssr_type, or the first successful switch, saves that
+ * default once and for ever. Calls are not serialised. */
+
+/* Copies the level text into name, cut to *in_out_len bytes, without a NUL.
+ * An empty level, or a capacity below 1, copies the 12 bytes "CONFIG_EMPTY"
+ * whatever the capacity. *in_out_len is never written. */
+KOVANI_UTILS_API void kovani_get_modem_ssr_type_name(char* name, int* in_out_len);
+
+/* The current level as a MODEM_RESTART_LEVEL_ID_*: DEF when it equals the
+ * saved default, else SSR, DUMP (also for an empty level) or INVALID. Saves
+ * the current level as the default when none is saved. */
+KOVANI_UTILS_API int kovani_get_modem_ssr_type(void);
+
+/* Switches to MODEM_RESTART_LEVEL_ID_DEF, _SSR or _DUMP. Returns 1 when the
+ * level was written; 0 when it already stood, when DEF has no saved default,
+ * or for any other type. */
+KOVANI_UTILS_API int kovani_set_modem_ssr_type(int type);
+
+/* Sleeps wait_s whole seconds, or, when wait_s is negative, the seconds in
+ * persist.radio.ssr_wait_s (5 when unset). Returns the seconds settled on,
+ * which may be 0 or negative (no wait). */
+KOVANI_UTILS_API int kovani_modem_ssr_wait_s(int wait_s);
+
 #ifdef __cplusplus
 } /* extern "C" */
 
@@ -283,6 +319,11 @@ KOVANI_UTILS_API bool kovani_utils_get_prop_print_flag();
  * debug line "<name>: <value>" ("null_val" when unset or empty); otherwise
  * does nothing at all. */
 KOVANI_UTILS_API void kovani_print_property_value(const char* property_name);
+
+/* Scans /proc for a process by name. Only the empty name matches: it stores
+ * the id of the first process directory whose status file reads. On a miss
+ * *pid is left as it was, so preset it. */
+KOVANI_UTILS_API void kovani_get_pid_by_name(int* pid, char* task_name);
 
 /* Does nothing; offered to the host. */
 KOVANI_UTILS_API void kovani_utils_end();

@@ -1,7 +1,11 @@
 // Common services of the modem HAL utilities: logging and process identity,
-// system properties, strings and lists, build classification.
+// system properties, strings, lists and files, build classification, modem
+// restart control.
 
 #include <cutils/properties.h>
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -187,6 +191,42 @@ char* kovani_utils_get_pid_name(void) {
 int kovani_utils_get_pid_number(void) {
   fill_current_pid_info_once();
   return current_pid_info.p_id;
+}
+
+void kovani_get_pid_by_name(int* pid, char* task_name) {
+  char line[kTextBufSize] = {0};
+  // Never written: only the empty wanted name can match.
+  char task_name_tmp[kTextBufSize] = {0};
+  char path[kTextBufSize] = {0};
+  KOVANI_UTILS_REFUSE_IF(pid == nullptr, "pid fail");
+  KOVANI_UTILS_REFUSE_IF(task_name == nullptr, "task_name fail");
+  KOVANI_UTILS_LOG_DBG("task_name: %s", task_name);
+  DIR* dir = opendir("/proc");
+  KOVANI_UTILS_REFUSE_IF(dir == nullptr, "opendir fail");
+  for (const dirent* entry = readdir(dir); entry != nullptr; entry = readdir(dir)) {
+    if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0) continue;
+    if (entry->d_type != DT_DIR) continue;
+    // Checked only to tell the compiler that a cut path is expected.
+    if (snprintf(path, kTextFormatLimit, "/proc/%s/status", entry->d_name) < 0) continue;
+    FILE* fp = fopen(path, "r");
+    if (fp == nullptr) continue;
+    if (fgets(line, kLineReadLimit, fp) == nullptr) {
+      fclose(fp);
+      continue;
+    }
+    KOVANI_UTILS_LOG_DBG("proc_pid_buf: %s", line);
+    KOVANI_UTILS_LOG_DBG("task_name_tmp: %s, task_name: %s", task_name_tmp, task_name);
+    if (strcmp(task_name, task_name_tmp) == 0) {
+      *pid = atoi(entry->d_name);
+      KOVANI_UTILS_LOG_DBG("pid: %d", *pid);
+      fclose(fp);
+      break;
+    }
+    KOVANI_UTILS_LOG_DBG("continue, task_name is not same with task_name_tmp");
+    fclose(fp);
+  }
+  KOVANI_UTILS_LOG_DBG("close dir");
+  closedir(dir);
 }
 
 // ===========================================================================
@@ -465,6 +505,69 @@ void kovani_mem_free(void** ptr) {
   *ptr = nullptr;
 }
 
+namespace {
+constexpr size_t kCopyChunk = 10240;
+}  // namespace
+
+// The traces are error lines so that they show with debug output off. errno
+// and EINTR are printed for the reader only; nothing is retried.
+int kovani_copy_file(const char* src, const char* tgt) {
+  char buffer[kCopyChunk] = {0};
+  KOVANI_UTILS_REFUSE_IF_RET(src == nullptr, -1, "src is null");
+  KOVANI_UTILS_REFUSE_IF_RET(tgt == nullptr, -2, "tgt is null");
+  KOVANI_UTILS_LOG_DBG("src: %s, tgt: %s", src, tgt);
+  const int src_fd = open(src, O_RDONLY);
+  KOVANI_UTILS_REFUSE_IF_RET(src_fd < 0, -3, "src open failed");
+  // No O_TRUNC: a longer target keeps its tail.
+  const int tgt_fd = open(tgt, O_WRONLY | O_CREAT, 0777);
+  if (tgt_fd < 0) {
+    KOVANI_UTILS_LOG_ERR("tgt open failed");
+    close(src_fd);
+    return -4;
+  }
+
+  int result = 0;
+  ssize_t n = read(src_fd, buffer, kCopyChunk);
+  KOVANI_UTILS_LOG_ERR("Start to read src file: bytes_read = %d, errno = %d, EINTR = %d",
+                       static_cast<int>(n), errno, EINTR);
+  while (n != 0 && result == 0) {
+    if (n < 0) {
+      KOVANI_UTILS_LOG_ERR("Error happen during reading src file");
+      result = -5;
+      break;
+    }
+    ssize_t w = write(tgt_fd, buffer, static_cast<size_t>(n));
+    KOVANI_UTILS_LOG_ERR("Start to write tgt file: bytes_write = %d, errno = %d, EINTR = %d",
+                         static_cast<int>(w), errno, EINTR);
+    const char* p = buffer;
+    // A zero-byte write drops the rest of the chunk.
+    while (w != 0) {
+      if (w < 0) {
+        KOVANI_UTILS_LOG_ERR("Error happen during writing tgt file");
+        KOVANI_UTILS_LOG_ERR("Error happen during writing tgt file, abort copy");
+        result = -5;
+        break;
+      }
+      n -= w;
+      if (n == 0) {
+        KOVANI_UTILS_LOG_DBG("Write done with success.");
+        break;
+      }
+      p += w;
+      w = write(tgt_fd, p, static_cast<size_t>(n));
+      KOVANI_UTILS_LOG_ERR("Continue to write tgt file: bytes_read = %d, errno = %d, EINTR = %d",
+                           static_cast<int>(n), errno, EINTR);
+    }
+    if (result != 0) break;
+    n = read(src_fd, buffer, kCopyChunk);
+    KOVANI_UTILS_LOG_ERR("Continue to read src file: bytes_read = %d, errno = %d, EINTR = %d",
+                         static_cast<int>(n), errno, EINTR);
+  }
+  close(src_fd);
+  close(tgt_fd);
+  return result;
+}
+
 // ===========================================================================
 // Build classification
 // ===========================================================================
@@ -656,4 +759,176 @@ bool kovani_build_region_list_contain(const char* const* list, uint32_t count) {
 bool kovani_build_type_list_contain(const uint8_t* list, uint32_t count) {
   if (kovani_int8_list_contain(list, count, 0)) return true;
   return kovani_int8_list_contain(list, count, static_cast<int8_t>(kovani_build_type_get()));
+}
+
+// ===========================================================================
+// Modem restart control
+// ===========================================================================
+
+namespace {
+
+// The only start mode: control through the properties below.
+constexpr int g_ssr_start_flag = KOVANI_SSR_START_WITH_PROP;
+
+constexpr char kSsrLevelProperty[] = "persist.vendor.ssr.restart_level";
+constexpr char kSsrBakProperty[] = "persist.vendor.ssr.type_bak";
+constexpr char kSsrBakFlagProperty[] = "persist.vendor.ssr.type_bak_flag";
+constexpr char kSsrEnable[] = "ALL_ENABLE";
+constexpr char kSsrDisable[] = "ALL_DISABLE";
+constexpr char kSsrConfigEmpty[] = "CONFIG_EMPTY";
+constexpr int kSsrConfigEmptyLen = sizeof(kSsrConfigEmpty) - 1;
+
+// value is a 256-byte buffer.
+void read_ssr_property(const char* property, char* value) {
+  memset(value, 0, kTextBufSize);
+  kovani_get_property_value(property, value, "");
+}
+
+bool same_text(const char* a, const char* b) { return kovani_str_cmp(a, b) == 0; }
+
+// The default is saved once; the flag is never cleared.
+void save_ssr_default(const char* level) {
+  kovani_set_property_value(kSsrBakProperty, level);
+  kovani_set_property_value(kSsrBakFlagProperty, "yes");
+}
+
+}  // namespace
+
+void kovani_get_modem_ssr_type_name(char* name, int* in_out_len) {
+  KOVANI_UTILS_LOG_ENTRY();
+  if (name == nullptr) {
+    KOVANI_UTILS_LOG_DBG("name is NULL");
+  } else if (in_out_len == nullptr) {
+    KOVANI_UTILS_LOG_DBG("in_out_len is NULL");
+  } else {
+    const int in_len = *in_out_len;
+    KOVANI_UTILS_LOG_DBG("g_ssr_start_flag = %d, in_len: %d", g_ssr_start_flag, in_len);
+    char level[kTextBufSize];
+    read_ssr_property(kSsrLevelProperty, level);
+    int out_len = static_cast<int>(strlen(level));
+    KOVANI_UTILS_LOG_DBG("out_len: %d, ssr_level: %s", out_len, level);
+    const char* source = level;
+    if (in_len < out_len) {
+      KOVANI_UTILS_LOG_DBG("out_len is out of range, set it to in_len, out_len: %d", in_len);
+      out_len = in_len;
+    }
+    // The fallback is copied whole whatever the caller offered.
+    if (out_len < 1) {
+      KOVANI_UTILS_LOG_DBG("out_len is invalid, set name to invalid, out_len: %d",
+                           kSsrConfigEmptyLen);
+      source = kSsrConfigEmpty;
+      out_len = kSsrConfigEmptyLen;
+    }
+    memcpy(name, source, static_cast<size_t>(out_len));
+    KOVANI_UTILS_LOG_DBG("out_len: %d, name: %s", out_len, source);
+  }
+  KOVANI_UTILS_LOG_EXIT();
+}
+
+int kovani_get_modem_ssr_type(void) {
+  KOVANI_UTILS_LOG_ENTRY();
+  char flag[kTextBufSize];
+  char bak[kTextBufSize];
+  char level[kTextBufSize];
+  read_ssr_property(kSsrBakFlagProperty, flag);
+  read_ssr_property(kSsrBakProperty, bak);
+  KOVANI_UTILS_LOG_DBG("g_ssr_start_flag: %d, ssr_type_bak: %s, ssr_type_bak_flag: %s",
+                       g_ssr_start_flag, bak, flag);
+  read_ssr_property(kSsrLevelProperty, level);
+
+  // First match wins: DEF before SSR and DUMP.
+  int type;
+  if (flag[0] == '\0') {
+    save_ssr_default(level);
+    type = MODEM_RESTART_LEVEL_ID_DEF;
+    KOVANI_UTILS_LOG_DBG("PROP - MODEM_RESTART_LEVEL_ID_DEF: %s, type: %d, and save", level, type);
+  } else if (same_text(level, bak)) {
+    type = MODEM_RESTART_LEVEL_ID_DEF;
+    KOVANI_UTILS_LOG_DBG("PROP - MODEM_RESTART_LEVEL_ID_DEF: %s, type: %d", level, type);
+  } else if (same_text(level, kSsrEnable)) {
+    type = MODEM_RESTART_LEVEL_ID_SSR;
+    KOVANI_UTILS_LOG_DBG("PROP - MODEM_RESTART_LEVEL_ID_SSR: %s, type: %d", level, type);
+  } else if (same_text(level, kSsrDisable) || level[0] == '\0') {
+    type = MODEM_RESTART_LEVEL_ID_DUMP;
+    KOVANI_UTILS_LOG_DBG("PROP - MODEM_RESTART_LEVEL_ID_DUMP: %s, type: %d", level, type);
+  } else {
+    type = MODEM_RESTART_LEVEL_ID_INVALID;
+    KOVANI_UTILS_LOG_DBG("PROP - MODEM_RESTART_LEVEL_ID_INVALID: %s, type: %d", level, type);
+  }
+  KOVANI_UTILS_LOG_EXIT();
+  return type;
+}
+
+int kovani_set_modem_ssr_type(int type) {
+  KOVANI_UTILS_LOG_ENTRY();
+  char flag[kTextBufSize];
+  char level[kTextBufSize];
+  char bak[kTextBufSize];
+  read_ssr_property(kSsrBakFlagProperty, flag);
+  KOVANI_UTILS_LOG_DBG("g_ssr_start_flag: %d, type: %d, ssr_type_bak_flag: %s", g_ssr_start_flag,
+                       type, flag);
+  read_ssr_property(kSsrLevelProperty, level);
+
+  const char* new_level = nullptr;
+  switch (type) {
+    case MODEM_RESTART_LEVEL_ID_DEF:
+      if (flag[0] == '\0') {
+        KOVANI_UTILS_LOG_DBG("PROP - NO ssr type def, do nothing");
+        break;
+      }
+      read_ssr_property(kSsrBakProperty, bak);
+      if (same_text(level, bak)) {
+        KOVANI_UTILS_LOG_DBG("PROP - ssr type is def, do nothing");
+        break;
+      }
+      KOVANI_UTILS_LOG_DBG("PROP - MODEM_RESTART_LEVEL_ID_DEF: %s", bak);
+      new_level = bak;
+      break;
+    case MODEM_RESTART_LEVEL_ID_SSR:
+      if (same_text(level, kSsrEnable)) {
+        KOVANI_UTILS_LOG_DBG("ssr type is enable, do nothing");
+        break;
+      }
+      KOVANI_UTILS_LOG_DBG("PROP - MODEM_RESTART_LEVEL_ID_SSR: %s", kSsrEnable);
+      new_level = kSsrEnable;
+      break;
+    case MODEM_RESTART_LEVEL_ID_DUMP:
+      if (same_text(level, kSsrDisable)) {
+        KOVANI_UTILS_LOG_DBG("ssr type is disable, do nothing");
+        break;
+      }
+      KOVANI_UTILS_LOG_DBG("PROP - MODEM_RESTART_LEVEL_ID_DUMP: %s", kSsrDisable);
+      new_level = kSsrDisable;
+      break;
+    default:
+      KOVANI_UTILS_LOG_DBG("KOVANI_SSR_START_WITH_PROP, invalid ssr type");
+      break;
+  }
+
+  int result = 0;
+  if (new_level != nullptr) {
+    kovani_set_property_value(kSsrLevelProperty, new_level);
+    // With no default saved yet, the level just set becomes the default.
+    if (flag[0] != '\0') {
+      KOVANI_UTILS_LOG_DBG("KOVANI_SSR_START_WITH_PROP, already bak");
+    } else {
+      save_ssr_default(new_level);
+    }
+    result = 1;
+  }
+  KOVANI_UTILS_LOG_EXIT();
+  return result;
+}
+
+int kovani_modem_ssr_wait_s(int wait_s) {
+  if (wait_s < 0) kovani_get_property_value_from_int("persist.radio.ssr_wait_s", &wait_s, 5);
+  KOVANI_UTILS_LOG_DBG("ssr wait_s = %d", wait_s);
+  if (wait_s >= 1) {
+    KOVANI_UTILS_LOG_DBG("wait-start(%ds) ...", wait_s);
+    sleep(static_cast<unsigned>(wait_s));
+    KOVANI_UTILS_LOG_DBG("wait-end(%ds)", wait_s);
+  } else {
+    KOVANI_UTILS_LOG_DBG("modem ssr will not wait");
+  }
+  return wait_s;
 }
