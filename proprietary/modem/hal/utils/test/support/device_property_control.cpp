@@ -1,8 +1,7 @@
 // The host store's control calls, for the device build of the tests: seeding
 // goes to the real property service, which can neither forget nor load.
-#include <errno.h>
-
 #include <cutils/properties.h>
+#include <errno.h>
 
 #include "kovani_host_properties.h"
 

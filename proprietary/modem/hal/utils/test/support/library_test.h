@@ -4,6 +4,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
 
 #include "fresh_process.h"
 #include "kovani_host_properties.h"
@@ -27,6 +32,33 @@ class LibraryTest : public ::testing::Test {
     g_kovani_qcril_ril_process_instance_id = 255;
     g_kovani_shell_print_flag = 1;
   }
+};
+
+// A directory under /tmp, removed with everything in it.
+class TempDir {
+ public:
+  TempDir() {
+    char path[] = "/tmp/kovani_test_XXXXXX";
+    if (mkdtemp(path) != nullptr) path_ = path;
+  }
+  ~TempDir() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+
+  std::string Path(const std::string& name) const { return path_ + "/" + name; }
+  // Writes content to name (parent directories included); returns the path.
+  std::string Write(const std::string& name, const std::string& content) const {
+    const std::string path = Path(name);
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    std::ofstream(path, std::ios::binary) << content;
+    return path;
+  }
+
+ private:
+  std::string path_;
 };
 
 }  // namespace kovani_test

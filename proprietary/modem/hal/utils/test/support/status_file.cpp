@@ -1,8 +1,10 @@
 #include "status_file.h"
 
+#include <dirent.h>
 #include <dlfcn.h>
 #include <errno.h>
 #include <stdio.h>
+#include <string.h>
 #include <unistd.h>
 
 #include <mutex>
@@ -13,11 +15,19 @@ namespace {
 std::mutex g_mutex;
 bool g_active = false;
 std::string g_replacement;
+bool g_root_active = false;
+std::string g_root;
 
 using FopenFn = FILE* (*)(const char*, const char*);
+using OpendirFn = DIR* (*)(const char*);
+
+template <typename Fn>
+Fn Real(const char* name) {
+  return reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
+}
 
 FopenFn RealFopen() {
-  static const FopenFn real = reinterpret_cast<FopenFn>(dlsym(RTLD_NEXT, "fopen"));
+  static const FopenFn real = Real<FopenFn>("fopen");
   return real;
 }
 
@@ -48,7 +58,35 @@ StatusFileRedirect::~StatusFileRedirect() {
   g_active = false;
 }
 
+FakeProcRoot::FakeProcRoot(const std::string& root) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  g_root_active = true;
+  g_root = root;
+}
+
+FakeProcRoot::~FakeProcRoot() {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  g_root_active = false;
+}
+
 }  // namespace kovani_test
+
+extern "C" DIR* opendir(const char* path) {
+  using namespace kovani_test;
+  static const OpendirFn real = Real<OpendirFn>("opendir");
+  std::string target;
+  {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    if (g_root_active && strcmp(path, "/proc") == 0) {
+      if (g_root.empty()) {
+        errno = ENOENT;
+        return nullptr;
+      }
+      target = g_root;
+    }
+  }
+  return real(target.empty() ? path : target.c_str());
+}
 
 extern "C" FILE* fopen(const char* path, const char* mode) {
   using namespace kovani_test;
@@ -61,6 +99,8 @@ extern "C" FILE* fopen(const char* path, const char* mode) {
         return nullptr;
       }
       target = g_replacement;
+    } else if (g_root_active && path != nullptr && strncmp(path, "/proc/", 6) == 0) {
+      target = g_root + (path + 5);
     }
   }
   return RealFopen()(target.empty() ? path : target.c_str(), mode);

@@ -1,5 +1,5 @@
-// Lets a test replace the calling process's /proc/<pid>/status, as the
-// library opens it, with a file of its own or with an open failure.
+// Lets a test replace what the library reads of /proc: the calling process's
+// status file, or the whole directory.
 #ifndef KOVANI_TEST_STATUS_FILE_H
 #define KOVANI_TEST_STATUS_FILE_H
 
@@ -18,6 +18,16 @@ class StatusFileRedirect {
   ~StatusFileRedirect();
   StatusFileRedirect(const StatusFileRedirect&) = delete;
   StatusFileRedirect& operator=(const StatusFileRedirect&) = delete;
+};
+
+// Makes opendir("/proc") open root instead, and fopen of "/proc/<x>" open
+// "<root>/<x>"; an empty root makes opendir fail with ENOENT.
+class FakeProcRoot {
+ public:
+  explicit FakeProcRoot(const std::string& root);
+  ~FakeProcRoot();
+  FakeProcRoot(const FakeProcRoot&) = delete;
+  FakeProcRoot& operator=(const FakeProcRoot&) = delete;
 };
 
 }  // namespace kovani_test
