@@ -11,6 +11,7 @@
 #ifndef KOVANI_UTILS_H
 #define KOVANI_UTILS_H
 
+#include <pthread.h>
 #include <stdint.h>
 
 #ifndef __cplusplus
@@ -308,6 +309,14 @@ KOVANI_UTILS_API int kovani_set_modem_ssr_type(int type);
  * which may be 0 or negative (no wait). */
 KOVANI_UTILS_API int kovani_modem_ssr_wait_s(int wait_s);
 
+/* ---- Threads ---- */
+
+/* Starts a detached thread running p_thread_proc_cb(arg). name only labels
+ * the log lines; the thread gets no system name. Returns the handle, or 0
+ * for a null procedure; a failed creation shows only in the log. */
+KOVANI_UTILS_API pthread_t kovani_create_pthread(const char* name, void* (*p_thread_proc_cb)(void*),
+                                                 void* arg);
+
 #ifdef __cplusplus
 } /* extern "C" */
 
@@ -331,6 +340,54 @@ KOVANI_UTILS_API void kovani_utils_end();
 /* Logs str with its length, then each character with its byte value 0-255,
  * as debug lines. */
 KOVANI_UTILS_API void kovani_str_print(char* str);
+
+/* ---- One-shot timers ----
+ * Each started timer gets a detached thread that sleeps timeout_s whole
+ * seconds and then runs the callback once, unless the timer was stopped or
+ * cleared first. Callbacks run with no library lock held and may start and
+ * stop timers. Identifiers are never 0; their low 16 bits come from one
+ * process-wide sequence that wraps from 65535 to 1. */
+
+/* Cancels a pending timer; true when it was pending. With need_free its
+ * extra_params are freed. */
+KOVANI_UTILS_API bool kovani_timer_stop(unsigned int timer_id);
+
+/* True while the timer is pending. */
+KOVANI_UTILS_API bool kovani_timer_is_active(unsigned int timer_id);
+
+/* Cancels every pending timer, freeing the extra_params of those started
+ * with need_free. */
+KOVANI_UTILS_API void kovani_timer_clear_callback_list();
+
+/* Starts a timer for instances 0/0. callback receives the address of a copy
+ * of the identifier. Returns the identifier, or 0 on failure. */
+KOVANI_UTILS_API unsigned int kovani_timer_start(kovani_timer_callback_func_type callback,
+                                                 unsigned long timeout_s);
+
+/* Starts a timer whose identifier carries instance_id1 and instance_id2
+ * (each 0 or 1). Returns KOVANI_TIMER_RESULT_SUCCESS and stores the
+ * identifier in *out_id (when out_id is not null), or E_FAILURE for an
+ * instance number above 1, or E_NO_MEMORY; out_id is then untouched. */
+KOVANI_UTILS_API int kovani_timer_start_ex(unsigned char instance_id1, unsigned char instance_id2,
+                                           kovani_timer_callback_func_type callback,
+                                           unsigned long timeout_s, unsigned int* out_id);
+
+/* As kovani_timer_start_ex; callback receives the identifier and
+ * extra_params, which the caller keeps owning and must keep valid until the
+ * callback has run or the timer was stopped. */
+KOVANI_UTILS_API int kovani_timer_start_ex_params(unsigned char instance_id1,
+                                                  unsigned char instance_id2,
+                                                  kovani_timer_params_callback_func_type callback,
+                                                  void* extra_params, unsigned long timeout_s,
+                                                  unsigned int* out_id);
+
+/* As kovani_timer_start_ex_params; with need_free non-zero the library frees
+ * extra_params (which must come from malloc) exactly once, when the timer
+ * fires, is stopped or is cleared. */
+KOVANI_UTILS_API int kovani_timer_start_ex_params_adv(
+    unsigned char instance_id1, unsigned char instance_id2,
+    kovani_timer_params_callback_func_type callback, void* extra_params, unsigned char need_free,
+    unsigned long timeout_s, unsigned int* out_id);
 
 namespace qtimutex {
 class QtiSharedMutex;

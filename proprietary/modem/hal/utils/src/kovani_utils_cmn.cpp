@@ -1,11 +1,12 @@
 // Common services of the modem HAL utilities: logging and process identity,
 // system properties, strings, lists and files, build classification, modem
-// restart control.
+// restart control, thread creation.
 
 #include <cutils/properties.h>
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -931,4 +932,31 @@ int kovani_modem_ssr_wait_s(int wait_s) {
     KOVANI_UTILS_LOG_DBG("modem ssr will not wait");
   }
   return wait_s;
+}
+
+// ===========================================================================
+// Thread creation
+// ===========================================================================
+
+pthread_t kovani_create_pthread(const char* name, void* (*p_thread_proc_cb)(void*), void* arg) {
+  pthread_t thread = 0;
+  KOVANI_UTILS_LOG_ENTRY();
+  if (name != nullptr) {
+    KOVANI_UTILS_LOG_DBG("pthread[%s] will be created", name);
+  } else {
+    KOVANI_UTILS_LOG_DBG("pthread[Unkown name] will be created");
+  }
+  if (p_thread_proc_cb == nullptr) {
+    KOVANI_UTILS_LOG_ERR("p_thread_proc_cb is NULL, do nothing");
+  } else {
+    // Never joined: the thread's resources go back when it returns.
+    pthread_attr_t attr;
+    pthread_attr_init(&attr);
+    pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
+    const int result = pthread_create(&thread, &attr, p_thread_proc_cb, arg);
+    pthread_attr_destroy(&attr);
+    KOVANI_UTILS_LOG_DBG("result = %d", result);
+  }
+  KOVANI_UTILS_LOG_EXIT();
+  return thread;
 }
