@@ -84,11 +84,12 @@ class HostProperties : public ::testing::Test {
   }
   std::string Path(const std::string& name) const { return dir_ + "/" + name; }
 
-  // host_prop_child with only env as its environment and stderr in
+  // host_prop_child with env as its only property variables and stderr in
   // child.err. Its first line is its pid: exec keeps the shell's.
   FILE* Start(const std::string& env, const std::string& args) const {
-    const std::string cmd = "echo $$; exec env -i " + env + " " KOVANI_HOST_PROP_CHILD " " + args +
-                            " 2>" + Path("child.err");
+    const std::string cmd =
+        "echo $$; exec env -u KOVANI_PROPERTY_PROFILE -u KOVANI_PROPERTY_PERSIST " + env +
+        " " KOVANI_HOST_PROP_CHILD " " + args + " 2>" + Path("child.err");
     return popen(cmd.c_str(), "r");
   }
   // Runs the child to a clean exit; returns its output line.
