@@ -135,6 +135,7 @@ TEST_F(FileCopy, Target_IsCreatedUnderTheUmask) {
 }
 
 TEST_F(FileCopy, Traces_ShowWithDebugOutputOff) {
+  KOVANI_TEST_NEEDS_HOST_STORE();
   InFreshProcess([] {
     kovani_host_property_seed("persist.vendor.radio.adb_log_zu", "0");
     kovani_host_property_seed("persist.vendor.radio.adb_log_shell", "0");

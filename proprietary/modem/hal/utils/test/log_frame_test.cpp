@@ -32,6 +32,7 @@ std::vector<std::string> BareTexts(const SyslogCapture& syslog) {
 }
 
 TEST_F(LogFrame, FirstDebugLine_IsFramedByTheSwitchAnnouncements) {
+  KOVANI_TEST_NEEDS_HOST_STORE();
   InFreshProcess([] {
     SyslogCapture syslog;
     ConsoleCapture console;
@@ -75,6 +76,7 @@ struct SwitchCase {
 };
 
 TEST_F(LogFrame, Switches_RouteDebugLinesAndNeverSuppressErrors) {
+  KOVANI_TEST_NEEDS_HOST_STORE();
   const SwitchCase cases[] = {
       {nullptr, nullptr, 1, true, true, "rild print is started", "shell print is started"},
       {"1", "1", 1, true, true, "rild print is started", "shell print is started"},
@@ -124,6 +126,7 @@ TEST_F(LogFrame, Switches_RouteDebugLinesAndNeverSuppressErrors) {
 }
 
 TEST_F(LogFrame, Switches_AreReadOncePerProcess) {
+  KOVANI_TEST_NEEDS_HOST_STORE();
   InFreshProcess([] {
     SyslogCapture syslog;
     EXPECT_TRUE(kovani_utils_get_print_flag());
@@ -137,6 +140,7 @@ TEST_F(LogFrame, Switches_AreReadOncePerProcess) {
 }
 
 TEST_F(LogFrame, PropPrintFlag_OffUnlessExactlyOne) {
+  KOVANI_TEST_NEEDS_HOST_STORE();
   InFreshProcess([] {
     kovani_host_property_seed("persist.vendor.radio.print_prop", "true");
     SyslogCapture syslog;
@@ -146,6 +150,7 @@ TEST_F(LogFrame, PropPrintFlag_OffUnlessExactlyOne) {
 }
 
 TEST_F(LogFrame, ShellPrintFlag_FollowsTheGlobalWithoutRereading) {
+  KOVANI_TEST_NEEDS_HOST_STORE();
   InFreshProcess([] {
     SyslogCapture syslog;
     g_kovani_shell_print_flag = 0;
@@ -159,6 +164,7 @@ TEST_F(LogFrame, ShellPrintFlag_FollowsTheGlobalWithoutRereading) {
 }
 
 TEST_F(LogFrame, RawSinks_UseFixedPrioritiesAndNoSwitch) {
+  KOVANI_TEST_NEEDS_HOST_STORE();
   InFreshProcess([] {
     kovani_host_property_seed("persist.vendor.radio.adb_log_zu", "0");
     SyslogCapture syslog;

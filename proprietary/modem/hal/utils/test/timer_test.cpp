@@ -173,6 +173,7 @@ TEST_F(Timers, Identifiers_CarryInstancesAndTheSequence) {
 }
 
 TEST_F(Timers, Sequence_WrapsFrom65535To1) {
+  KOVANI_TEST_NEEDS_HOST_STORE();
 #if defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "65536 threads are too many for ThreadSanitizer's thread table";
 #elif defined(KOVANI_TEST_EMULATED)
