@@ -3,6 +3,7 @@
 # Fails when the library's ABI (exported symbols and the layouts of the types
 # they reach) differs in any way from the committed baseline. With UPDATE
 # the baseline is rewritten instead, for an intentional change.
+cmake_minimum_required(VERSION 3.25)
 
 get_filename_component(current "${LIBRARY}" NAME)
 set(current "${CMAKE_CURRENT_BINARY_DIR}/${current}.current.abi")

@@ -4,6 +4,7 @@
 # code without text relocations, the stack protector, and (in optimised
 # builds) the fortified C library calls. --no-undefined is enforced by the
 # link itself.
+cmake_minimum_required(VERSION 3.25)
 
 function(readelf_output option out)
   execute_process(COMMAND "${READELF}" ${option} "${LIBRARY}"
