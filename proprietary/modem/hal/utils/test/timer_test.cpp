@@ -1,5 +1,6 @@
 #include <pthread.h>
 #include <stdlib.h>
+#include <valgrind/valgrind.h>
 
 #include <atomic>
 #include <chrono>
@@ -179,6 +180,7 @@ TEST_F(Timers, Sequence_WrapsFrom65535To1) {
 #elif defined(KOVANI_TEST_EMULATED)
   GTEST_SKIP() << "65536 thread starts take minutes under the emulator; the native runs cover it";
 #else
+  if (RUNNING_ON_VALGRIND) GTEST_SKIP() << "65536 thread starts take minutes under valgrind";
   InFreshProcess([] {
     kovani_host_property_seed("persist.vendor.radio.adb_log_zu", "0");
     kovani_host_property_seed("persist.vendor.radio.adb_log_shell", "0");
