@@ -575,13 +575,17 @@ int kovani_copy_file(const char* src, const char* tgt) {
 
 namespace {
 
-// A read-once property: the first call fills value, every call terminates
-// it, so a value of 255 characters or more is cut there.
+// A read-once property: the first call fills value and terminates it, so a
+// value of 255 characters or more is cut there.
 const char* read_property_once(char* value, uint8_t* fetched, const char* property,
                                const char* default_value) {
-  if (*fetched == 0) kovani_get_property_value(property, value, default_value);
-  value[kTextBufSize - 1] = '\0';
-  *fetched = 1;
+  // Only the first call writes: later calls would store the same bytes, and
+  // a cached answer then costs no store to shared memory.
+  if (*fetched == 0) {
+    kovani_get_property_value(property, value, default_value);
+    value[kTextBufSize - 1] = '\0';
+    *fetched = 1;
+  }
   return value;
 }
 
