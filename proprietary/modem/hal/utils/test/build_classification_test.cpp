@@ -13,19 +13,9 @@ using ::testing::ElementsAreArray;
 
 using Properties = std::vector<std::pair<const char*, const char*>>;
 
-// All sixteen, in a fixed order; answers are written as a string of 0/1.
-bool (*const kPredicates[])() = {
-    kovani_is_factory_version, kovani_is_ct_cert_version, kovani_is_cm_cert_version,
-    kovani_is_cu_cert_version, kovani_is_cert_version,    kovani_is_china_version,
-    kovani_is_test_build,      kovani_is_pre_version,     kovani_is_dev_version,
-    kovani_is_stable_version,  kovani_is_native_version,  kovani_is_factory_version_ex,
-    kovani_is_root_version,    kovani_is_mp_version,      kovani_is_nuvo_version,
-    kovani_is_user_version,
-};
-
 std::string Answers() {
   std::string answers;
-  for (auto predicate : kPredicates) answers += predicate() ? '1' : '0';
+  for (auto predicate : kBuildPredicates) answers += predicate() ? '1' : '0';
   return answers;
 }
 

@@ -53,19 +53,10 @@ std::string Profile(const Properties& properties, bool getprop) {
 
 class Tool : public LibraryTest {};
 
-bool (*const kPredicates[])() = {
-    kovani_is_factory_version, kovani_is_ct_cert_version, kovani_is_cm_cert_version,
-    kovani_is_cu_cert_version, kovani_is_cert_version,    kovani_is_china_version,
-    kovani_is_test_build,      kovani_is_pre_version,     kovani_is_dev_version,
-    kovani_is_stable_version,  kovani_is_native_version,  kovani_is_factory_version_ex,
-    kovani_is_root_version,    kovani_is_mp_version,      kovani_is_nuvo_version,
-    kovani_is_user_version,
-};
-
 // The library's own answers for the profile now loaded, in the tool's shape.
 Json LibraryAnswers() {
   Json predicates = Json::array();
-  for (auto predicate : kPredicates) predicates.push_back(predicate());
+  for (auto predicate : kBuildPredicates) predicates.push_back(predicate());
   char level[256] = {0};
   int capacity = 255;
   kovani_get_modem_ssr_type_name(level, &capacity);

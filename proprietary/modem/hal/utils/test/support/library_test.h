@@ -42,6 +42,16 @@ class LibraryTest : public ::testing::Test {
   }
 };
 
+// The sixteen build predicates in a fixed order.
+inline bool (*const kBuildPredicates[])() = {
+    kovani_is_factory_version, kovani_is_ct_cert_version, kovani_is_cm_cert_version,
+    kovani_is_cu_cert_version, kovani_is_cert_version,    kovani_is_china_version,
+    kovani_is_test_build,      kovani_is_pre_version,     kovani_is_dev_version,
+    kovani_is_stable_version,  kovani_is_native_version,  kovani_is_factory_version_ex,
+    kovani_is_root_version,    kovani_is_mp_version,      kovani_is_nuvo_version,
+    kovani_is_user_version,
+};
+
 // A directory under /tmp, removed with everything in it.
 class TempDir {
  public:
