@@ -39,33 +39,43 @@ void free_record(kovani_timer_callback_s_type* record) {
   free(record);
 }
 
+// The registry operations log outside the lock, like every other line.
 void kovani_timer_add_callback(kovani_timer_callback_s_type* record) {
-  Lock lock(g_kovani_timer_callback_list_mutex);
-  kovani_timer_callback_s_type* last = timer_callback_list;
-  while (last != nullptr && last->next != nullptr) last = last->next;
-  if (last == nullptr) {
-    timer_callback_list = record;
-  } else {
-    last->next = record;
+  KOVANI_UTILS_LOG_ENTRY();
+  {
+    Lock lock(g_kovani_timer_callback_list_mutex);
+    kovani_timer_callback_s_type* last = timer_callback_list;
+    while (last != nullptr && last->next != nullptr) last = last->next;
+    if (last == nullptr) {
+      timer_callback_list = record;
+    } else {
+      last->next = record;
+    }
+    record->next = nullptr;
+    record->prev = last;
   }
-  record->next = nullptr;
-  record->prev = last;
+  KOVANI_UTILS_LOG_EXIT();
 }
 
 // Unlinks the first record with timer_id; the caller then owns it.
 kovani_timer_callback_s_type* kovani_timer_find_and_remove_callback(unsigned int timer_id) {
-  Lock lock(g_kovani_timer_callback_list_mutex);
-  kovani_timer_callback_s_type* record = find_locked(timer_id);
-  if (record != nullptr) {
-    if (record->next != nullptr) record->next->prev = record->prev;
-    if (record->prev != nullptr) {
-      record->prev->next = record->next;
-    } else {
-      timer_callback_list = record->next;
+  KOVANI_UTILS_LOG_ENTRY();
+  kovani_timer_callback_s_type* record;
+  {
+    Lock lock(g_kovani_timer_callback_list_mutex);
+    record = find_locked(timer_id);
+    if (record != nullptr) {
+      if (record->next != nullptr) record->next->prev = record->prev;
+      if (record->prev != nullptr) {
+        record->prev->next = record->next;
+      } else {
+        timer_callback_list = record->next;
+      }
+      record->next = nullptr;
+      record->prev = nullptr;
     }
-    record->next = nullptr;
-    record->prev = nullptr;
   }
+  KOVANI_UTILS_LOG_EXIT();
   return record;
 }
 
@@ -203,19 +213,22 @@ void* kovani_timer_callback_dispatch_thread_proc_expra_params(void* arg) {
 }
 
 // Steps shared by every start: instance check, record, identifier. Returns
-// the new record, or null after logging why with *result set.
-kovani_timer_callback_s_type* new_record(unsigned char instance_id1, unsigned char instance_id2,
-                                         unsigned long timeout_s, int* result) {
+// the new record, or null after logging why with *result set, under the
+// name of the start function that called it.
+kovani_timer_callback_s_type* new_record(const char* start, unsigned char instance_id1,
+                                         unsigned char instance_id2, unsigned long timeout_s,
+                                         int* result) {
   if ((instance_id1 | instance_id2) >= 2) {
-    KOVANI_UTILS_LOG_ERR("Internal error(E_FAILURE)..invalid instance_id1 %d or instance_id2 %d",
-                         instance_id1, instance_id2);
+    KOVANI_UTILS_LOG_ERR_IN(start,
+                            "Internal error(E_FAILURE)..invalid instance_id1 %d or instance_id2 %d",
+                            instance_id1, instance_id2);
     *result = KOVANI_TIMER_RESULT_E_FAILURE;
     return nullptr;
   }
   auto* record =
       static_cast<kovani_timer_callback_s_type*>(calloc(1, sizeof(kovani_timer_callback_s_type)));
   if (record == nullptr) {
-    KOVANI_UTILS_LOG_ERR("Failed to allocate memory for tcbinfo");
+    KOVANI_UTILS_LOG_ERR_IN(start, "Failed to allocate memory for tcbinfo");
     *result = KOVANI_TIMER_RESULT_E_NO_MEMORY;
     return nullptr;
   }
@@ -240,7 +253,8 @@ int kovani_timer_start_ex(unsigned char instance_id1, unsigned char instance_id2
                           unsigned int* out_id) {
   KOVANI_UTILS_LOG_ENTRY();
   int result = KOVANI_TIMER_RESULT_SUCCESS;
-  kovani_timer_callback_s_type* record = new_record(instance_id1, instance_id2, timeout_s, &result);
+  kovani_timer_callback_s_type* record =
+      new_record(__func__, instance_id1, instance_id2, timeout_s, &result);
   if (record != nullptr) {
     // Nothing reads the record after it is registered: it may fire at once.
     const uint32_t timer_id = record->timer_id;
@@ -261,7 +275,8 @@ int kovani_timer_start_ex_params_adv(unsigned char instance_id1, unsigned char i
                                      unsigned long timeout_s, unsigned int* out_id) {
   KOVANI_UTILS_LOG_ENTRY();
   int result = KOVANI_TIMER_RESULT_SUCCESS;
-  kovani_timer_callback_s_type* record = new_record(instance_id1, instance_id2, timeout_s, &result);
+  kovani_timer_callback_s_type* record =
+      new_record(__func__, instance_id1, instance_id2, timeout_s, &result);
   if (record != nullptr) {
     const uint32_t timer_id = record->timer_id;
     record->callback = reinterpret_cast<kovani_timer_callback_func_type>(callback);
