@@ -7,6 +7,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <pthread.h>
+#include <sched.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -43,6 +44,47 @@ constexpr int kStatusNameCopy = kTextBufSize - 1 - kStatusNameOffset;
 
 kovani_pid_info_s_type current_pid_info;
 std::atomic<bool> current_pid_info_filled{false};
+
+// Text that callers read without a lock while another thread may rewrite it
+// is copied byte by byte with atomic operations, and rewritten only when it
+// changes, so a value that stays the same is never seen torn.
+void load_shared_text(char* to, const char* shared) {
+  for (int i = 0; i < kTextBufSize; ++i) to[i] = __atomic_load_n(&shared[i], __ATOMIC_RELAXED);
+}
+
+void store_shared_text(char* shared, const char* from) {
+  for (int i = 0; i < kTextBufSize; ++i) __atomic_store_n(&shared[i], from[i], __ATOMIC_RELAXED);
+}
+
+// The shared task name is published like a sequence lock: the count is odd
+// while a writer rewrites it, and a log line copies it out between two equal
+// even counts, so it prints the old or the new name and never a mixture.
+std::atomic<unsigned> task_name_sequence{0};
+
+void load_task_name(char* to) {
+  for (;;) {
+    const unsigned before = task_name_sequence.load(std::memory_order_acquire);
+    if ((before & 1u) == 0) {
+      load_shared_text(to, current_pid_info.p_name);
+      std::atomic_thread_fence(std::memory_order_acquire);
+      if (task_name_sequence.load(std::memory_order_relaxed) == before) return;
+    }
+    sched_yield();
+  }
+}
+
+void store_task_name(const char* name) {
+  unsigned count = task_name_sequence.load(std::memory_order_relaxed);
+  while ((count & 1u) != 0 ||
+         !task_name_sequence.compare_exchange_weak(count, count + 1, std::memory_order_acquire)) {
+    if ((count & 1u) != 0) {
+      sched_yield();
+      count = task_name_sequence.load(std::memory_order_relaxed);
+    }
+  }
+  store_shared_text(current_pid_info.p_name, name);
+  task_name_sequence.store(count + 2, std::memory_order_release);
+}
 
 // Reads a switch property once per process. The announcement is passed in so
 // that each one stays a literal, checked format.
@@ -164,25 +206,44 @@ void kovani_get_current_pid_info(kovani_pid_info_s_type* p_pid_info) {
   KOVANI_UTILS_LOG_EXIT();
 }
 
+// The new name is built over a copy of the old one, whose bytes past the
+// copied part it keeps, and published only when it differs.
 char* kovani_get_current_pid_name(void) {
   char path[kTextBufSize] = {0};
   format_status_path(path);
   char line[kTextBufSize] = {0};
   if (read_status_line(__func__, path, line) == StatusRead::kRead) {
-    take_task_name(line, current_pid_info.p_name);
+    char previous[kTextBufSize];
+    load_task_name(previous);
+    char name[kTextBufSize];
+    memcpy(name, previous, sizeof(name));
+    take_task_name(line, name);
+    if (memcmp(name, previous, sizeof(name)) != 0) store_task_name(name);
   }
   return current_pid_info.p_name;
 }
 
 namespace {
 void fill_current_pid_info_once() {
-  // The flag goes up before the fill; a racing reader may see a partial
-  // record, which the callers accept.
+  // The flag goes up before the fill; a racing reader may still see the
+  // record empty, which the callers accept.
   if (!current_pid_info_filled.exchange(true, std::memory_order_relaxed)) {
-    kovani_get_current_pid_info(&current_pid_info);
+    kovani_pid_info_s_type info;
+    kovani_get_current_pid_info(&info);
+    __atomic_store_n(&current_pid_info.p_id, info.p_id, __ATOMIC_RELAXED);
+    store_task_name(info.p_name);
   }
 }
 }  // namespace
+
+namespace kovani_log {
+TaskName refreshed_task_name() {
+  kovani_get_current_pid_name();
+  TaskName name;
+  load_task_name(name.text);
+  return name;
+}
+}  // namespace kovani_log
 
 char* kovani_utils_get_pid_name(void) {
   fill_current_pid_info_once();
@@ -191,7 +252,7 @@ char* kovani_utils_get_pid_name(void) {
 
 int kovani_utils_get_pid_number(void) {
   fill_current_pid_info_once();
-  return current_pid_info.p_id;
+  return __atomic_load_n(&current_pid_info.p_id, __ATOMIC_RELAXED);
 }
 
 void kovani_get_pid_by_name(int* pid, char* task_name) {
@@ -575,17 +636,33 @@ int kovani_copy_file(const char* src, const char* tgt) {
 
 namespace {
 
-// A read-once property: the first call fills value and terminates it, so a
-// value of 255 characters or more is cut there.
-const char* read_property_once(char* value, uint8_t* fetched, const char* property,
+// A read-once cache goes from unread to filled once. Its first caller claims
+// it, fills it and publishes it with release ordering; a caller that meets it
+// while it is being filled waits for that, so no caller ever reads it half
+// filled. Later calls only load the flag.
+enum : uint8_t { kCacheUnread = 0, kCacheFilled = 1, kCacheFilling = 2 };
+
+template <typename Fill>
+void fill_once(std::atomic<uint8_t>* state, Fill fill) {
+  uint8_t seen = state->load(std::memory_order_acquire);
+  if (seen == kCacheFilled) return;
+  if (seen == kCacheUnread &&
+      state->compare_exchange_strong(seen, kCacheFilling, std::memory_order_acquire)) {
+    fill();
+    state->store(kCacheFilled, std::memory_order_release);
+    return;
+  }
+  while (state->load(std::memory_order_acquire) != kCacheFilled) sched_yield();
+}
+
+// A read-once property, terminated at its last byte, so a value of 255
+// characters or more is cut there.
+const char* read_property_once(char* value, std::atomic<uint8_t>* fetched, const char* property,
                                const char* default_value) {
-  // Only the first call writes: later calls would store the same bytes, and
-  // a cached answer then costs no store to shared memory.
-  if (*fetched == 0) {
+  fill_once(fetched, [=] {
     kovani_get_property_value(property, value, default_value);
     value[kTextBufSize - 1] = '\0';
-    *fetched = 1;
-  }
+  });
   return value;
 }
 
@@ -599,7 +676,7 @@ bool contains(const char* value, const char* marker) { return strstr(value, mark
 #define KOVANI_DEFINE_BUILD_PREDICATE(func, property, default_value, test, yes_text, no_text) \
   bool func(void) {                                                                           \
     static char value[kTextBufSize];                                                          \
-    static uint8_t fetched;                                                                   \
+    static std::atomic<uint8_t> fetched;                                                      \
     const char* val = read_property_once(value, &fetched, property, default_value);           \
     const bool ret = (test);                                                                  \
     if (ret) {                                                                                \
@@ -646,9 +723,13 @@ KOVANI_DEFINE_BUILD_PREDICATE(kovani_is_nuvo_version, "ro.nuvo.build.region", "N
 // Only the flag is kept: from the second call on the value stays empty and
 // the answer is false.
 bool kovani_is_user_version(void) {
-  static uint8_t fetched;
-  char value[kTextBufSize] = {0};
-  const char* val = read_property_once(value, &fetched, "ro.build.type", "user");
+  static std::atomic<uint8_t> fetched;
+  char val[kTextBufSize] = {0};
+  if (fetched.load(std::memory_order_acquire) == 0) {
+    kovani_get_property_value("ro.build.type", val, "user");
+    fetched.store(1, std::memory_order_release);
+  }
+  val[kTextBufSize - 1] = '\0';
   const bool ret = equals(val, "user");
   if (ret) {
     KOVANI_UTILS_LOG_DBG("user version, val = %s, ret = %d", val, ret);
@@ -661,12 +742,11 @@ bool kovani_is_user_version(void) {
 int kovani_build_type_get(void) {
   static char profile[kTextBufSize];
   static char incremental[kTextBufSize];
-  static uint8_t fetched;
-  if (fetched == 0) {
+  static std::atomic<uint8_t> fetched;
+  fill_once(&fetched, [] {
     kovani_get_property_value("ro.vendor.radio.build_profile", profile, "NULL");
     kovani_get_property_value("ro.build.version.incremental", incremental, "");
-    fetched = 1;
-  }
+  });
   // The order is the tie-break; the profile's -dev and -stable are not
   // consulted, only the incremental version tells DEV from STABLE.
   if (kovani_is_cert_version()) {
@@ -717,7 +797,7 @@ bool kovani_get_single_sim_flag(void) {
 
 const char* kovani_device_name_get(void) {
   static char value[kTextBufSize];
-  static uint8_t fetched;
+  static std::atomic<uint8_t> fetched;
   const char* name = read_property_once(value, &fetched, "ro.product.device", "");
   KOVANI_UTILS_LOG_DBG("device_name: %s", name);
   return name;
@@ -725,7 +805,7 @@ const char* kovani_device_name_get(void) {
 
 const char* kovani_build_region_get(void) {
   static char value[kTextBufSize];
-  static uint8_t fetched;
+  static std::atomic<uint8_t> fetched;
   const char* region = read_property_once(value, &fetched, "ro.nuvo.build.region", "NULL");
   KOVANI_UTILS_LOG_DBG("build_region: %s", region);
   return region;
@@ -733,22 +813,30 @@ const char* kovani_build_region_get(void) {
 
 namespace {
 
-// Shared by both vendor-region functions and rewritten by each call.
+// Shared by both vendor-region functions and brought up to date by each
+// call: read into value, then copied over the shared buffer if it differs.
 char vendor_build_region[kTextBufSize];
 
-const char* refresh_vendor_build_region() {
-  memset(vendor_build_region, 0, sizeof(vendor_build_region));
-  kovani_get_property_value("persist.vendor.radio.build_region", vendor_build_region, "NULL");
-  vendor_build_region[kTextBufSize - 1] = '\0';
-  return vendor_build_region;
+void refresh_vendor_build_region(char* value) {
+  kovani_get_property_value("persist.vendor.radio.build_region", value, "NULL");
+  value[kTextBufSize - 1] = '\0';
+  char shared[kTextBufSize];
+  load_shared_text(shared, vendor_build_region);
+  if (memcmp(shared, value, sizeof(shared)) != 0) store_shared_text(vendor_build_region, value);
 }
 
 }  // namespace
 
-const char* kovani_vendor_build_region_get(void) { return refresh_vendor_build_region(); }
+const char* kovani_vendor_build_region_get(void) {
+  char value[kTextBufSize] = {0};
+  refresh_vendor_build_region(value);
+  return vendor_build_region;
+}
 
 bool kovani_vendor_build_region_is_cfged(void) {
-  return !equals(refresh_vendor_build_region(), "NULL");
+  char value[kTextBufSize] = {0};
+  refresh_vendor_build_region(value);
+  return !equals(value, "NULL");
 }
 
 bool kovani_device_name_list_contain(const char* const* list, uint32_t count) {

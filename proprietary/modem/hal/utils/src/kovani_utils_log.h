@@ -17,6 +17,12 @@ extern std::atomic<int> print_flag_state;
 extern std::atomic<int> shell_print_flag_state;
 extern std::atomic<int> prop_print_flag_state;
 
+// A copy of the shared task name, made after refreshing it from /proc.
+struct TaskName {
+  char text[256];
+};
+TaskName refreshed_task_name();
+
 constexpr const char* basename(const char* path) {
   const char* base = path;
   for (const char* p = path; *p != '\0'; ++p) {
@@ -41,18 +47,19 @@ inline bool console_debug_on() {
 }  // namespace kovani_log
 
 // The instance number is read once per line; 255 selects the task-name
-// prefix, refreshed from /proc before the line.
-#define KOVANI_UTILS_SYSLOG_PREFIXED_(sink, func, fmt, ...)                                   \
-  do {                                                                                        \
-    constexpr const char* kovani_log_file_ = kovani_log::basename(__FILE__);                  \
-    const int kovani_log_id_ = g_kovani_qcril_ril_process_instance_id;                        \
-    if (kovani_log_id_ == KOVANI_UTILS_INSTANCE_ID_UNSET) {                                   \
-      sink("[%s][%s:%d] %s: " fmt, kovani_get_current_pid_name(), kovani_log_file_, __LINE__, \
-           func, ##__VA_ARGS__);                                                              \
-    } else {                                                                                  \
-      sink("SUB[%d][%s:%d] %s: " fmt, kovani_log_id_, kovani_log_file_, __LINE__, func,       \
-           ##__VA_ARGS__);                                                                    \
-    }                                                                                         \
+// prefix, refreshed from /proc before the line and printed from a copy.
+#define KOVANI_UTILS_SYSLOG_PREFIXED_(sink, func, fmt, ...)                                 \
+  do {                                                                                      \
+    constexpr const char* kovani_log_file_ = kovani_log::basename(__FILE__);                \
+    const int kovani_log_id_ = g_kovani_qcril_ril_process_instance_id;                      \
+    if (kovani_log_id_ == KOVANI_UTILS_INSTANCE_ID_UNSET) {                                 \
+      const kovani_log::TaskName kovani_log_name_ = kovani_log::refreshed_task_name();      \
+      sink("[%s][%s:%d] %s: " fmt, kovani_log_name_.text, kovani_log_file_, __LINE__, func, \
+           ##__VA_ARGS__);                                                                  \
+    } else {                                                                                \
+      sink("SUB[%d][%s:%d] %s: " fmt, kovani_log_id_, kovani_log_file_, __LINE__, func,     \
+           ##__VA_ARGS__);                                                                  \
+    }                                                                                       \
   } while (0)
 
 #define KOVANI_UTILS_CONSOLE_(func, fmt, ...) \
