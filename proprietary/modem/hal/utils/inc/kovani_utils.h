@@ -350,8 +350,9 @@ KOVANI_UTILS_API void kovani_str_print(char* str);
 
 /* Cancels a pending timer; true when it was pending. With need_free its
  * extra_params are freed. An identifier recurs once 65535 later timers have
- * started: while two pending timers share one, the older is cancelled (and
- * the first to wake of their threads runs the older one's callback). */
+ * started; while two pending timers share one, every lookup finds the older
+ * first: a stop cancels the older, and a waking thread of either timer
+ * takes the older out and runs its callback. */
 KOVANI_UTILS_API bool kovani_timer_stop(unsigned int timer_id);
 
 /* True while the timer is pending. */

@@ -8,7 +8,9 @@
 #include <utility>
 #include <vector>
 
+#include "child_process.h"
 #include "library_test.h"
+#include "text.h"
 
 namespace {
 
@@ -17,30 +19,15 @@ using ::testing::HasSubstr;
 using Json = nlohmann::ordered_json;
 using Properties = std::vector<std::pair<std::string, std::string>>;
 
-struct ToolRun {
-  int status = -1;
-  std::string out;
-  std::string err;
-};
+using ToolRun = ChildRun;
 
 // Runs the tool with a clean property environment.
 ToolRun RunTool(const std::string& args) {
-  TempDir dir;
-  const std::string err_path = dir.Path("stderr");
-  const std::string command = "env -u KOVANI_PROPERTY_PROFILE -u KOVANI_PROPERTY_PERSIST " +
-                              std::string(KOVANI_TOOL) + " " + args + " 2>" + err_path;
-  ToolRun run;
-  FILE* pipe = popen(command.c_str(), "r");
-  if (pipe == nullptr) return run;
-  char buf[4096];
-  for (size_t n; (n = fread(buf, 1, sizeof(buf), pipe)) > 0;) run.out.append(buf, n);
-  const int status = pclose(pipe);
-  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  std::ifstream err(err_path);
-  std::stringstream text;
-  text << err.rdbuf();
-  run.err = text.str();
-  return run;
+  std::vector<std::string> argv = {KOVANI_TOOL};
+  for (const std::string& word : Tokens(args)) argv.push_back(word);
+  ChildOptions options;
+  options.env = {"KOVANI_PROPERTY_PROFILE", "KOVANI_PROPERTY_PERSIST"};
+  return RunChild(argv, options);
 }
 
 std::string Profile(const Properties& properties, bool getprop) {
@@ -51,12 +38,20 @@ std::string Profile(const Properties& properties, bool getprop) {
   return text;
 }
 
-class Tool : public LibraryTest {};
+class Tool : public ::testing::Test {};
 
 // The library's own answers for the profile now loaded, in the tool's shape.
 Json LibraryAnswers() {
   Json predicates = Json::array();
-  for (auto predicate : kBuildPredicates) predicates.push_back(predicate());
+  for (auto predicate :
+       {kovani_is_factory_version, kovani_is_ct_cert_version, kovani_is_cm_cert_version,
+        kovani_is_cu_cert_version, kovani_is_cert_version, kovani_is_china_version,
+        kovani_is_test_build, kovani_is_pre_version, kovani_is_dev_version,
+        kovani_is_stable_version, kovani_is_native_version, kovani_is_factory_version_ex,
+        kovani_is_root_version, kovani_is_mp_version, kovani_is_nuvo_version,
+        kovani_is_user_version}) {
+    predicates.push_back(predicate());
+  }
   char level[256] = {0};
   int capacity = 255;
   kovani_get_modem_ssr_type_name(level, &capacity);
@@ -111,7 +106,7 @@ TEST_F(Tool, InfoJson_MatchesTheLibraryForBothFormats) {
   for (const auto& p : profiles) {
     for (bool getprop : {false, true}) {
       SCOPED_TRACE(std::string(p.name) + (getprop ? " (getprop)" : " (build.prop)"));
-      InFreshProcess([&p, getprop] {
+      InFreshProcess(std::string(p.name) + (getprop ? "/getprop" : "/build.prop"), [&p, getprop] {
         TempDir dir;
         const std::string path = dir.Write("profile", Profile(p.properties, getprop));
         const ToolRun run = RunTool("info --json --props " + path);

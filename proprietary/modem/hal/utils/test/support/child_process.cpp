@@ -44,20 +44,23 @@ FILE* TempFile(const std::string& text) {
   return file;
 }
 
-void Redirect(posix_spawn_file_actions_t* actions, int fd, const std::string& target, int fallback) {
+void Redirect(posix_spawn_file_actions_t* actions, int fd, const std::string& target,
+              int fallback) {
   if (target.empty()) {
     posix_spawn_file_actions_adddup2(actions, fallback, fd);
   } else if (target == "-") {
     posix_spawn_file_actions_addclose(actions, fd);
   } else {
-    posix_spawn_file_actions_addopen(actions, fd, target.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    posix_spawn_file_actions_addopen(actions, fd, target.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                     0600);
   }
 }
 
 std::string Rest(FILE* file) {
   std::string text;
   char buf[4096];
-  for (size_t n; file != nullptr && (n = fread(buf, 1, sizeof(buf), file)) > 0;) text.append(buf, n);
+  for (size_t n; file != nullptr && (n = fread(buf, 1, sizeof(buf), file)) > 0;)
+    text.append(buf, n);
   return text;
 }
 

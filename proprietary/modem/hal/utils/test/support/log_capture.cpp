@@ -7,12 +7,7 @@
 
 #include <mutex>
 
-// <syslog.h> is left out on purpose: with _FORTIFY_SOURCE it turns vsyslog
-// into an inline wrapper, and this file defines the real entry points.
-extern "C" void vsyslog(int priority, const char* format, va_list args)
-    __attribute__((format(printf, 2, 0)));
-extern "C" void __vsyslog_chk(int priority, int flag, const char* format, va_list args)
-    __attribute__((format(printf, 3, 0)));
+#include "syslog_sink.h"
 
 namespace kovani_test {
 namespace {
@@ -20,15 +15,41 @@ namespace {
 std::mutex g_mutex;
 std::vector<SyslogLine> g_lines;
 
+// "<prefix>[<file>:<line>] <func>: <body>", where <prefix> is "SUB[<n>]" or
+// "[<task name>]". A task name may hold ']' itself, so the file part is
+// found from its ".cpp:" end.
+void Split(SyslogLine* out) {
+  const std::string& text = out->text;
+  const size_t file_end = text.find(".cpp:");
+  const size_t file_start = file_end == std::string::npos ? 0 : text.rfind('[', file_end);
+  const size_t line_end = text.find("] ", file_end == std::string::npos ? 0 : file_end);
+  const size_t func_end = text.find(": ", line_end == std::string::npos ? 0 : line_end);
+  if (file_start == 0 || file_start == std::string::npos || line_end == std::string::npos ||
+      func_end == std::string::npos) {
+    return;
+  }
+  out->framed = true;
+  out->prefix = text.substr(0, file_start);
+  out->file = text.substr(file_start + 1, file_end + 4 - file_start - 1);
+  out->line = atoi(text.c_str() + file_end + 5);
+  out->func = text.substr(line_end + 2, func_end - line_end - 2);
+  out->body = text.substr(func_end + 2);
+}
+
 __attribute__((format(printf, 2, 0))) void Record(int priority, const char* format, va_list args) {
+  SyslogLine line;
   va_list copy;
   va_copy(copy, args);
   const int size = vsnprintf(nullptr, 0, format, copy);
   va_end(copy);
-  std::string text(size > 0 ? static_cast<size_t>(size) : 0, '\0');
-  vsnprintf(text.data(), text.size() + 1, format, args);
+  line.text.resize(size > 0 ? static_cast<size_t>(size) : 0);
+  vsnprintf(line.text.data(), line.text.size() + 1, format, args);
+  line.priority = priority;
+  line.format = format;
+  line.thread = gettid();
+  Split(&line);
   std::lock_guard<std::mutex> lock(g_mutex);
-  g_lines.push_back({priority, format, std::move(text)});
+  g_lines.push_back(std::move(line));
 }
 
 }  // namespace
@@ -36,9 +57,11 @@ __attribute__((format(printf, 2, 0))) void Record(int priority, const char* form
 SyslogCapture::SyslogCapture() {
   std::lock_guard<std::mutex> lock(g_mutex);
   g_lines.clear();
+  SetSyslogHandler(Record);
 }
 
 SyslogCapture::~SyslogCapture() {
+  SetSyslogHandler(nullptr);
   std::lock_guard<std::mutex> lock(g_mutex);
   g_lines.clear();
 }
@@ -46,45 +69,6 @@ SyslogCapture::~SyslogCapture() {
 std::vector<SyslogLine> SyslogCapture::lines() const {
   std::lock_guard<std::mutex> lock(g_mutex);
   return g_lines;
-}
-
-std::vector<FramedLine> SyslogCapture::framed() const {
-  std::vector<FramedLine> result;
-  for (const SyslogLine& line : lines()) {
-    FramedLine framed;
-    if (ParseFramed(line.text, &framed)) {
-      framed.priority = line.priority;
-      result.push_back(framed);
-    }
-  }
-  return result;
-}
-
-std::vector<std::string> SyslogCapture::bodies(int priority) const {
-  std::vector<std::string> result;
-  for (const FramedLine& line : framed()) {
-    if (line.priority == priority) result.push_back(line.body);
-  }
-  return result;
-}
-
-// "<prefix>[<file>:<line>] <func>: <body>", where <prefix> is "SUB[<n>]" or
-// "[<task name>]". A task name may hold ']' itself, so the file part is
-// found from its ".cpp:" end.
-bool ParseFramed(const std::string& text, FramedLine* out) {
-  const size_t file_end = text.find(".cpp:");
-  if (file_end == std::string::npos) return false;
-  const size_t file_start = text.rfind('[', file_end);
-  if (file_start == std::string::npos || file_start == 0) return false;
-  const size_t line_end = text.find("] ", file_end);
-  const size_t func_end = text.find(": ", line_end == std::string::npos ? 0 : line_end);
-  if (line_end == std::string::npos || func_end == std::string::npos) return false;
-  out->prefix = text.substr(0, file_start);
-  out->file = text.substr(file_start + 1, file_end + 4 - file_start - 1);
-  out->line = atoi(text.c_str() + file_end + 5);
-  out->func = text.substr(line_end + 2, func_end - line_end - 2);
-  out->body = text.substr(func_end + 2);
-  return true;
 }
 
 ConsoleCapture::ConsoleCapture() {
@@ -99,30 +83,26 @@ ConsoleCapture::ConsoleCapture() {
 
 ConsoleCapture::~ConsoleCapture() { Stop(); }
 
+std::string ConsoleCapture::Text() const {
+  fflush(stdout);
+  std::string text;
+  char buf[4096];
+  for (ssize_t n;
+       (n = pread(capture_fd_, buf, sizeof(buf), static_cast<off_t>(text.size()))) > 0;) {
+    text.append(buf, static_cast<size_t>(n));
+  }
+  return text;
+}
+
 std::string ConsoleCapture::Stop() {
   if (saved_fd_ < 0) return {};
-  fflush(stdout);
+  std::string text = Text();
   dup2(saved_fd_, STDOUT_FILENO);
   close(saved_fd_);
   saved_fd_ = -1;
-
-  std::string text;
-  char buf[4096];
-  lseek(capture_fd_, 0, SEEK_SET);
-  for (ssize_t n; (n = read(capture_fd_, buf, sizeof(buf))) > 0;) {
-    text.append(buf, static_cast<size_t>(n));
-  }
   close(capture_fd_);
   capture_fd_ = -1;
   return text;
 }
 
 }  // namespace kovani_test
-
-extern "C" void vsyslog(int priority, const char* format, va_list args) {
-  kovani_test::Record(priority, format, args);
-}
-
-extern "C" void __vsyslog_chk(int priority, int, const char* format, va_list args) {
-  kovani_test::Record(priority, format, args);
-}

@@ -1,22 +1,25 @@
-// Capture of the library's two log sinks: the system log (vsyslog is
-// interposed by this test executable) and the console (descriptor 1).
+// Capture of the library's two log sinks: the system log (through the
+// interposed vsyslog) and the console (descriptor 1).
 #ifndef KOVANI_TEST_LOG_CAPTURE_H
 #define KOVANI_TEST_LOG_CAPTURE_H
+
+#include <sys/types.h>
 
 #include <string>
 #include <vector>
 
 namespace kovani_test {
 
+constexpr int kErr = 3;  // LOG_ERR
+constexpr int kDbg = 7;  // LOG_DEBUG
+
+// A system-log line; framed ones are split into the frame's parts.
 struct SyslogLine {
-  int priority;
+  int priority = 0;
   std::string format;  // as the library passed it
   std::string text;    // formatted
-};
-
-// A system-log line split into the frame's prefix and the body.
-struct FramedLine {
-  int priority = 0;
+  pid_t thread = 0;    // the thread that wrote it
+  bool framed = false;
   std::string prefix;  // "SUB[3]" or "[task name]"
   std::string file;
   int line = 0;
@@ -33,14 +36,7 @@ class SyslogCapture {
   SyslogCapture& operator=(const SyslogCapture&) = delete;
 
   std::vector<SyslogLine> lines() const;
-  // Lines that carry the frame's prefix; bare sink calls are left out.
-  std::vector<FramedLine> framed() const;
-  // Bodies of the framed lines at one priority (3 error, 7 debug).
-  std::vector<std::string> bodies(int priority) const;
 };
-
-// Splits a framed system-log text; false when it carries no frame prefix.
-bool ParseFramed(const std::string& text, FramedLine* out);
 
 // Redirects standard output to a temporary file until Stop().
 class ConsoleCapture {
@@ -50,6 +46,8 @@ class ConsoleCapture {
   ConsoleCapture(const ConsoleCapture&) = delete;
   ConsoleCapture& operator=(const ConsoleCapture&) = delete;
 
+  // What was written so far.
+  std::string Text() const;
   // Restores standard output and returns what was written meanwhile.
   std::string Stop();
 

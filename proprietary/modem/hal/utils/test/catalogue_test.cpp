@@ -1,0 +1,57 @@
+#include <regex>
+#include <set>
+
+#include "library_test.h"
+
+namespace {
+
+using namespace kovani_test;
+
+class CatalogueSuite : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(CatalogueSuite, Sequences) { RunCatalogueSuite(GetParam()); }
+
+INSTANTIATE_TEST_SUITE_P(Library, CatalogueSuite, ::testing::ValuesIn(CatalogueSuites()),
+                         [](const auto& info) { return info.param; });
+
+// The body formats of the library's log call sites: the frame glues prefix
+// and body into one literal, so each stands in the binary behind the prefix.
+std::set<std::string> LibraryFormats() {
+  std::ifstream in(KOVANI_LIBRARY, std::ios::binary);
+  const std::string binary(std::istreambuf_iterator<char>(in), {});
+  const std::string prefix = "SUB[%d][%s:%d] %s: ";
+  std::set<std::string> formats;
+  for (size_t at = binary.find(prefix); at != std::string::npos; at = binary.find(prefix, at + 1)) {
+    formats.insert(binary.substr(at + prefix.size(), binary.find('\0', at) - at - prefix.size()));
+  }
+  return formats;
+}
+
+TEST(LogCatalogue, HoldsEveryMessageOfTheLibrary) {
+  std::vector<std::string> bodies;
+  for (const Sequence& sequence : kovani_test::Catalogue()) {
+    for (const std::string& step : sequence.steps) {
+      if (step.find(": ") == std::string::npos ||
+          std::string("ED@").find(step[0]) == std::string::npos) {
+        continue;
+      }
+      bodies.push_back(
+          std::regex_replace(step.substr(step.find(": ") + 2), std::regex("\\{[^}]*\\}"), "0"));
+    }
+  }
+  const std::set<std::string> formats = LibraryFormats();
+  EXPECT_GT(formats.size(), 150u);
+  const std::regex special(R"([.^$|()\[\]{}*+?\\])");
+  for (const std::string& format : formats) {
+    std::string pattern = std::regex_replace(format, special, R"(\$&)");
+    pattern = std::regex_replace(pattern, std::regex("%l?[du]"), "-?[0-9]+");
+    pattern = std::regex_replace(pattern, std::regex("%[sp]"), "[\\s\\S]*");
+    const std::regex matcher(std::regex_replace(pattern, std::regex("%c"), "."));
+    EXPECT_TRUE(
+        std::any_of(bodies.begin(), bodies.end(),
+                    [&matcher](const std::string& b) { return std::regex_match(b, matcher); }))
+        << "no catalogue line for \"" << format << "\"";
+  }
+}
+
+}  // namespace
