@@ -33,10 +33,11 @@ check_layout() {
   strays=$(find "$prefix" \( -name 'libcutils.so*' -o -name 'libqcrilNrQtiMutex.so*' \
       -o -name properties.h -o -name QtiMutex.h -o -name kovani_host_properties.h \) \
     ! -path "$private_lib/*" ! -path "$private_include/*")
-  if [ -n "$strays" ] || [ -e "$prefix/include/cutils" ]; then
-    echo "stand-ins outside their private folders:" $strays >&2
+  if [ -n "$strays" ]; then
+    printf 'stand-ins outside their private folders:\n%s\n' "$strays" >&2
     return 1
   fi
+  [ ! -e "$prefix/include/cutils" ] || { echo "$prefix/include/cutils exists" >&2; return 1; }
 
   if [ -x "$prefix/bin/kovani-utils" ]; then
     run "$prefix/bin/kovani-utils" info > /dev/null
