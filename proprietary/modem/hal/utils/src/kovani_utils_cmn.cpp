@@ -415,12 +415,10 @@ void kovani_str_trim(char* str, int str_len_max) {
     --cnt_end;
   }
 
-  if (cnt_start > 0) {
-    int i = 0;
-    do {
-      str[i] = str[cnt_start + i];
-    } while (str[i++] != '\0');
-  }
+  int i = 0;
+  do {
+    str[i] = str[cnt_start + i];
+  } while (str[i++] != '\0');
 }
 
 void kovani_str_print(char* str) {

@@ -152,180 +152,155 @@ struct Run {
   const char* last = nullptr;
   Clock::duration took{};
   struct sigaction saved_alarm = {};
-  ~Run() { sigaction(SIGALRM, &saved_alarm, nullptr); }
-};
-
-// An integer argument, converted to whatever the library takes.
-struct Num {
-  long long value;
-  template <typename T>
-  operator T() const {  // NOLINT: converts implicitly on purpose
-    return static_cast<T>(value);
+  int stdin_copy = -1;
+  ~Run() {
+    sigaction(SIGALRM, &saved_alarm, nullptr);
+    if (stdin_copy >= 0) dup2(stdin_copy, STDIN_FILENO), close(stdin_copy);
   }
 };
 
-class Args {
- public:
-  Args(Run* run, std::vector<std::string> tokens) : run(run), tokens_(std::move(tokens)) {}
+using Proc = void* (*)(void*);
 
-  const std::string& tok(size_t i) const {
-    static const std::string none;
-    return i < tokens_.size() ? tokens_[i] : none;
+// One argument, converted to the type the library's parameter has: numbers;
+// "text" or null; @buf, a 300-byte buffer of '#' (@buf="text" fills it
+// anew and puts text there); &var, an int (&var=N sets it), also {var}
+// after the call; [a,b] lists; and the timer callbacks and parameters.
+struct Arg {
+  Run* run;
+  const std::string& word;
+
+  template <typename T, typename = std::enable_if_t<std::is_integral_v<T>>>
+  operator T() const {
+    return static_cast<T>(std::stoll(word, nullptr, 0));
   }
-  Num num(size_t i) const { return {std::stoll(tok(i), nullptr, 0)}; }
-  const char* str(size_t i) {
+  operator const char*() const {
     std::string text;
-    return ParseText(tok(i), &text) ? run->texts.emplace_back(text).c_str() : nullptr;
+    return ParseText(word, &text) ? run->texts.emplace_back(text).c_str() : nullptr;
   }
-  // "@name", or "@name=TEXT": a 300-byte buffer filled anew with '#' and TEXT.
-  char* buf(size_t i) {
-    if (tok(i) == "null") return nullptr;
-    const size_t eq = tok(i).find('=');
-    std::vector<char>& buf = run->bufs[tok(i).substr(1, eq - 1)];
+  operator char*() const {
+    if (word == "null") return nullptr;
+    const size_t eq = word.find('=');
+    std::vector<char>& buf = run->bufs[word.substr(1, eq - 1)];
     std::string text;
     if (buf.empty() || eq != std::string::npos) buf.assign(300, '#');
-    if (eq != std::string::npos && ParseText(tok(i).substr(eq + 1), &text)) {
+    if (eq != std::string::npos && ParseText(word.substr(eq + 1), &text)) {
       memcpy(buf.data(), text.c_str(), text.size() + 1);
     }
     return buf.data();
   }
-  // "&name" or "&name=N": an int, also {name} after the call.
-  int* var(size_t i) {
-    if (tok(i) == "null") return nullptr;
-    const size_t eq = tok(i).find('=');
-    int& value = run->ints[tok(i).substr(1, eq - 1)];
-    if (eq != std::string::npos) value = std::stoi(tok(i).substr(eq + 1), nullptr, 0);
+  operator int*() const {
+    if (word == "null") return nullptr;
+    const size_t eq = word.find('=');
+    int& value = run->ints[word.substr(1, eq - 1)];
+    if (eq != std::string::npos) value = std::stoi(word.substr(eq + 1), nullptr, 0);
     return &value;
   }
-  unsigned* id(size_t i) { return reinterpret_cast<unsigned*>(var(i)); }
-  // "[a,b]": texts or numbers.
-  const char* const* strs(size_t i) {
-    if (tok(i) == "null") return nullptr;
-    std::vector<char>& list = run->blobs.emplace_back();
-    for (const std::string& item : Tokens(tok(i).substr(1, tok(i).size() - 2), ',')) {
-      std::string value;
-      const char* text = ParseText(item, &value) ? run->texts.emplace_back(value).c_str() : nullptr;
-      list.insert(list.end(), reinterpret_cast<char*>(&text), reinterpret_cast<char*>(&text + 1));
-    }
-    return reinterpret_cast<const char* const*>(list.data());
-  }
+  operator unsigned int*() const { return reinterpret_cast<unsigned int*>(operator int*()); }
   template <typename T>
-  const T* nums(size_t i) {
-    if (tok(i) == "null") return nullptr;
+  const T* List(T (*parse)(const Arg&)) const {
+    if (word == "null") return nullptr;
     std::vector<char>& list = run->blobs.emplace_back();
-    for (const std::string& item : Tokens(tok(i).substr(1, tok(i).size() - 2), ',')) {
-      const T value = static_cast<T>(std::stoll(item, nullptr, 0));
+    for (const std::string& item : Tokens(word.substr(1, word.size() - 2), ',')) {
+      const T value = parse(Arg{run, item});
       list.insert(list.end(), reinterpret_cast<const char*>(&value),
                   reinterpret_cast<const char*>(&value + 1));
     }
     return reinterpret_cast<const T*>(list.data());
   }
-  kovani_timer_callback_func_type callback(size_t i) const {
-    return tok(i) == "reentrant" ? OnReentrant : tok(i) == "noop" ? [](void*) {} : OnPlain;
+  operator const char* const*() const {
+    return List<const char*>([](const Arg& a) -> const char* { return a; });
   }
-  void* params(size_t i) const {
-    return tok(i) == "heap" ? malloc(16) : tok(i) == "caller" ? g_caller_owned : nullptr;
+  template <typename T, typename = std::enable_if_t<std::is_integral_v<T>>>
+  operator const T*() const {
+    return List<T>([](const Arg& a) -> T { return a; });
   }
-  std::string text(const char* result) { return Show(run->last = result); }
-
-  Run* run;
-
- private:
-  std::vector<std::string> tokens_;
+  operator kovani_pid_info_s_type*() const { return word == "null" ? nullptr : &run->info; }
+  operator void**() const { return word == "null" ? nullptr : &run->heap; }
+  operator void*() const {
+    return word == "heap" ? malloc(16) : word == "caller" ? g_caller_owned : nullptr;
+  }
+  operator kovani_timer_callback_func_type() const {
+    return word == "reentrant" ? OnReentrant : word == "noop" ? [](void*) {} : OnPlain;
+  }
+  operator kovani_timer_params_callback_func_type() const { return OnParams; }
+  operator Proc() const { return word == "probe" ? Probe : nullptr; }
 };
 
-using Adapter = std::function<std::string(Args&)>;
-#define VOID(call) [](Args& a [[maybe_unused]]) { return (call), std::string(); }
-#define NUM(call) \
-  [](Args& a [[maybe_unused]]) { return std::to_string(static_cast<long long>(call)); }
-#define TEXT(call) [](Args& a [[maybe_unused]]) { return a.text(call); }
+std::string Result(Run* run, const char* text) { return Show(run->last = text); }
+std::string Result(Run*, long long number) { return std::to_string(number); }
 
-// The calls by name. Those missing here take no argument and answer bool:
-// the switch getters and the build predicates, found by their symbol.
-const std::map<std::string, Adapter>& Adapters() {
-  static const auto* adapters = new std::map<std::string, Adapter>{
-      {"kovani_utils_format_log_msg",
-       VOID(kovani_utils_format_log_msg(a.buf(0), a.num(1), "%s", a.str(2)))},
-      {"kovani_get_qcril_process_instance_id", NUM(kovani_get_qcril_process_instance_id())},
-      {"kovani_utils_end", VOID(kovani_utils_end())},
-      {"kovani_get_current_pid_info",
-       VOID(kovani_get_current_pid_info(a.tok(0) == "null" ? nullptr : &a.run->info))},
-      {"kovani_get_current_pid_name", TEXT(kovani_get_current_pid_name())},
-      {"kovani_utils_get_pid_name", TEXT(kovani_utils_get_pid_name())},
-      {"kovani_utils_get_pid_number", NUM(kovani_utils_get_pid_number())},
-      {"kovani_get_pid_by_name",
-       VOID(kovani_get_pid_by_name(a.var(0), const_cast<char*>(a.str(1))))},
-      {"kovani_print_property_value", VOID(kovani_print_property_value(a.str(0)))},
-      {"kovani_get_property_value", VOID(kovani_get_property_value(a.str(0), a.buf(1), a.str(2)))},
-      {"kovani_set_property_value", VOID(kovani_set_property_value(a.str(0), a.str(1)))},
-      {"kovani_set_property_value_to_int",
-       VOID(kovani_set_property_value_to_int(a.str(0), a.num(1)))},
-      {"kovani_get_property_value_from_int",
-       VOID(kovani_get_property_value_from_int(a.str(0), a.var(1), a.num(2)))},
-      {"kovani_str_trim", VOID(kovani_str_trim(a.buf(0), a.num(1)))},
-      {"kovani_str_print", VOID(kovani_str_print(a.buf(0)))},
-      {"kovani_str_rpl", VOID(kovani_str_rpl(a.buf(0), a.buf(1), a.num(2), a.str(3), a.str(4)))},
-      {"kovani_str_add_prefix",
-       VOID(kovani_str_add_prefix(a.str(0), a.buf(1), a.num(2), a.str(3)))},
-      {"kovani_check_sub_mask", NUM(kovani_check_sub_mask(a.num(0)))},
-      {"kovani_check_sub_id", NUM(kovani_check_sub_id(a.num(0)))},
-      {"kovani_get_sub_mask_by_id", NUM(kovani_get_sub_mask_by_id(a.num(0)))},
-      {"kovani_str_cmp", NUM(kovani_str_cmp(a.str(0), a.str(1)))},
-      {"kovani_string_list_contain",
-       NUM(kovani_string_list_contain(a.strs(0), a.num(1), a.str(2)))},
-      {"kovani_int64_list_contain",
-       NUM(kovani_int64_list_contain(a.nums<int64_t>(0), a.num(1), a.num(2)))},
-      {"kovani_int32_list_contain",
-       NUM(kovani_int32_list_contain(a.nums<int32_t>(0), a.num(1), a.num(2)))},
-      {"kovani_int16_list_contain",
-       NUM(kovani_int16_list_contain(a.nums<uint16_t>(0), a.num(1), a.num(2)))},
-      {"kovani_int8_list_contain",
-       NUM(kovani_int8_list_contain(a.nums<uint8_t>(0), a.num(1), a.num(2)))},
-      {"kovani_mem_malloc", NUM((a.run->heap = kovani_mem_malloc(a.num(0))) != nullptr)},
-      {"kovani_mem_free", VOID(kovani_mem_free(a.tok(0) == "null" ? nullptr : &a.run->heap))},
-      {"kovani_copy_file", NUM(kovani_copy_file(a.str(0), a.str(1)))},
-      {"kovani_build_type_get", NUM(kovani_build_type_get())},
-      {"kovani_device_name_get", TEXT(kovani_device_name_get())},
-      {"kovani_build_region_get", TEXT(kovani_build_region_get())},
-      {"kovani_vendor_build_region_get", TEXT(kovani_vendor_build_region_get())},
-      {"kovani_device_name_list_contain",
-       NUM(kovani_device_name_list_contain(a.strs(0), a.num(1)))},
-      {"kovani_build_region_list_contain",
-       NUM(kovani_build_region_list_contain(a.strs(0), a.num(1)))},
-      {"kovani_build_type_list_contain",
-       NUM(kovani_build_type_list_contain(a.nums<uint8_t>(0), a.num(1)))},
-      {"kovani_get_modem_ssr_type_name", VOID(kovani_get_modem_ssr_type_name(a.buf(0), a.var(1)))},
-      {"kovani_get_modem_ssr_type", NUM(kovani_get_modem_ssr_type())},
-      {"kovani_set_modem_ssr_type", NUM(kovani_set_modem_ssr_type(a.num(0)))},
-      {"kovani_modem_ssr_wait_s", NUM(kovani_modem_ssr_wait_s(a.num(0)))},
-      {"kovani_create_pthread",
-       NUM(kovani_create_pthread(a.str(0), a.tok(1) == "probe" ? Probe : nullptr, nullptr) != 0)},
-      {"kovani_timer_start", NUM(kovani_timer_start(a.callback(0), a.num(1)))},
-      {"kovani_timer_start_ex",
-       NUM(kovani_timer_start_ex(a.num(0), a.num(1), a.callback(2), a.num(3), a.id(4)))},
-      {"kovani_timer_start_ex_params",
-       NUM(kovani_timer_start_ex_params(a.num(0), a.num(1), OnParams, a.params(2), a.num(3),
-                                        a.id(4)))},
-      {"kovani_timer_start_ex_params_adv",
-       NUM(kovani_timer_start_ex_params_adv(a.num(0), a.num(1), OnParams, a.params(2), a.num(3),
-                                            a.num(4), a.id(5)))},
-      {"kovani_timer_stop", NUM(kovani_timer_stop(a.num(0)))},
-      {"kovani_timer_is_active", NUM(kovani_timer_is_active(a.num(0)))},
-      {"kovani_timer_clear_callback_list", VOID(kovani_timer_clear_callback_list())},
-  };
-  return *adapters;
+using Adapter = std::function<std::string(Run*, const std::vector<std::string>&)>;
+
+template <typename R, typename... P, size_t... I>
+std::string Invoke(Run* run, R (*fn)(P...), const std::vector<std::string>& words,
+                   std::index_sequence<I...>) {
+  static const std::string none;
+  if constexpr (std::is_void_v<R>) {
+    fn(Arg{run, I < words.size() ? words[I] : none}...);
+    return "";
+  } else {
+    return Result(run, fn(Arg{run, I < words.size() ? words[I] : none}...));
+  }
 }
 
-const std::pair<const char*, bool (*)()> kPredicates[] = {
-    {"factory", kovani_is_factory_version}, {"ct_cert", kovani_is_ct_cert_version},
-    {"cm_cert", kovani_is_cm_cert_version}, {"cu_cert", kovani_is_cu_cert_version},
-    {"cert", kovani_is_cert_version},       {"china", kovani_is_china_version},
-    {"test_build", kovani_is_test_build},   {"pre", kovani_is_pre_version},
-    {"dev", kovani_is_dev_version},         {"stable", kovani_is_stable_version},
-    {"native", kovani_is_native_version},   {"factory_ex", kovani_is_factory_version_ex},
-    {"root", kovani_is_root_version},       {"mp", kovani_is_mp_version},
-    {"nuvo", kovani_is_nuvo_version},       {"user", kovani_is_user_version},
-};
+template <typename R, typename... P>
+Adapter Make(R (*fn)(P...)) {
+  return [fn](Run* run, const std::vector<std::string>& words) {
+    return Invoke(run, fn, words, std::index_sequence_for<P...>{});
+  };
+}
+
+// Adapters of the functions, by the names the macro spells.
+template <typename... F>
+std::map<std::string, Adapter> Named(const std::string& names, F... fns) {
+  const std::vector<std::string> words = Tokens(names, ',');
+  const Adapter adapters[] = {Make(fns)...};
+  std::map<std::string, Adapter> map;
+  for (size_t i = 0; i < words.size(); ++i) map[words[i].substr(words[i].find('k'))] = adapters[i];
+  return map;
+}
+#define NAMED(...) Named(#__VA_ARGS__, __VA_ARGS__)
+
+const std::map<std::string, Adapter>& Adapters() {
+  static const auto* adapters = [] {
+    auto* map = new std::map<std::string, Adapter>(NAMED(
+        kovani_utils_get_print_flag, kovani_utils_get_shell_print_flag,
+        kovani_utils_get_prop_print_flag, kovani_get_qcril_process_instance_id, kovani_utils_end,
+        kovani_get_current_pid_info, kovani_get_current_pid_name, kovani_utils_get_pid_name,
+        kovani_utils_get_pid_number, kovani_get_pid_by_name, kovani_print_property_value,
+        kovani_get_property_value, kovani_set_property_value, kovani_set_property_value_to_int,
+        kovani_get_property_value_from_int, kovani_str_trim, kovani_str_print, kovani_str_rpl,
+        kovani_str_add_prefix, kovani_check_sub_mask, kovani_check_sub_id,
+        kovani_get_sub_mask_by_id, kovani_str_cmp, kovani_string_list_contain,
+        kovani_int64_list_contain, kovani_int32_list_contain, kovani_int16_list_contain,
+        kovani_int8_list_contain, kovani_mem_free, kovani_copy_file, kovani_is_factory_version,
+        kovani_is_ct_cert_version, kovani_is_cm_cert_version, kovani_is_cu_cert_version,
+        kovani_is_cert_version, kovani_is_china_version, kovani_is_test_build,
+        kovani_is_pre_version, kovani_is_dev_version, kovani_is_stable_version,
+        kovani_is_native_version, kovani_is_factory_version_ex, kovani_is_root_version,
+        kovani_is_mp_version, kovani_is_nuvo_version, kovani_is_user_version, kovani_build_type_get,
+        kovani_get_single_sim_flag, kovani_device_name_get, kovani_build_region_get,
+        kovani_vendor_build_region_get, kovani_vendor_build_region_is_cfged,
+        kovani_device_name_list_contain, kovani_build_region_list_contain,
+        kovani_build_type_list_contain, kovani_get_modem_ssr_type_name, kovani_get_modem_ssr_type,
+        kovani_set_modem_ssr_type, kovani_modem_ssr_wait_s, kovani_timer_start,
+        kovani_timer_start_ex, kovani_timer_start_ex_params, kovani_timer_start_ex_params_adv,
+        kovani_timer_stop, kovani_timer_is_active, kovani_timer_clear_callback_list));
+    (*map)["kovani_utils_format_log_msg"] =
+        Make(+[](char* b, int n, const char* t) { kovani_utils_format_log_msg(b, n, "%s", t); });
+    (*map)["kovani_utils_syslog_dbg"] =
+        Make(+[](const char* t) { kovani_utils_syslog_dbg("%s", t); });
+    (*map)["kovani_utils_syslog_err"] =
+        Make(+[](const char* t) { kovani_utils_syslog_err("%s", t); });
+    (*map)["kovani_create_pthread"] =
+        Make(+[](const char* n, Proc p) { return kovani_create_pthread(n, p, nullptr) != 0; });
+    (*map)["kovani_mem_malloc"] = [](Run* run, const std::vector<std::string>& words) {
+      return std::to_string((run->heap = kovani_mem_malloc(std::stoul(words[0]))) != nullptr);
+    };
+    return map;
+  }();
+  return *adapters;
+}
 
 void Call(Run* run, std::vector<std::string> t) {
   std::string expected;
@@ -333,14 +308,10 @@ void Call(Run* run, std::vector<std::string> t) {
     expected = t.back();
     t.resize(t.size() - 2);
   }
-  Args args(run, std::vector<std::string>(t.begin() + 2, t.end()));
   const auto adapter = Adapters().find(t[1]);
-  void* symbol = adapter == Adapters().end() ? dlsym(RTLD_DEFAULT, t[1].c_str()) : nullptr;
-  ASSERT_TRUE(adapter != Adapters().end() || symbol != nullptr) << t[1];
+  ASSERT_NE(adapter, Adapters().end()) << t[1];
   const auto start = Clock::now();
-  const std::string result = symbol != nullptr
-                                 ? std::to_string(reinterpret_cast<bool (*)()>(symbol)())
-                                 : adapter->second(args);
+  const std::string result = adapter->second(run, {t.begin() + 2, t.end()});
   run->took = Clock::now() - start;
   for (const auto& [name, value] : run->ints) Let(name, std::to_string(value));
   std::string text;
@@ -382,6 +353,13 @@ void Action(Run* run, const std::vector<std::string>& t) {
     for (size_t i = 2; i < t.size(); ++i) g_write_limits.push_back(std::stoul(t[i]));
   } else if (what == "umask") {
     umask(static_cast<mode_t>(std::stoul(name, nullptr, 8)));
+  } else if (what == "instance") {
+    g_kovani_qcril_ril_process_instance_id = std::stoi(name);
+  } else if (what == "shell-flag") {
+    g_kovani_shell_print_flag = std::stoi(name);
+  } else if (what == "close-stdin") {  // open() may hand out descriptor 0
+    run->stdin_copy = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
   } else if (what == "fail-record") {
     g_fail_record = true;
   } else if (what == "alarm") {
@@ -438,10 +416,14 @@ void Check(Run* run, const std::vector<std::string>& t) {
     EXPECT_EQ(run->info.p_name[255], '\0');
   } else if (what == "heap") {
     EXPECT_EQ(run->heap, nullptr);
-  } else if (what == "predicates") {
+  } else if (what == "predicates") {  // each called, by name; the short names of those true
     std::vector<std::string> names;
-    for (const auto& [name, predicate] : kPredicates) {
-      if (predicate()) names.push_back(name);
+    for (const auto& [name, adapter] : Adapters()) {
+      if (name.rfind("kovani_is_", 0) != 0 || adapter(run, {}) != "1") continue;
+      names.push_back(name.substr(10));
+      if (names.back().find("_version") != std::string::npos) {
+        names.back().erase(names.back().find("_version"), 8);
+      }
     }
     EXPECT_EQ(names, std::vector<std::string>(t.begin() + 2, t.end()));
   } else if (what == "fired") {
@@ -454,8 +436,25 @@ void Check(Run* run, const std::vector<std::string>& t) {
     EXPECT_EQ(g_calls.detached, PTHREAD_CREATE_DETACHED);
   } else if (what == "took") {
     EXPECT_GE(run->took, std::chrono::seconds(std::stoi(arg)));
-  } else if (what == "console") {
-    EXPECT_THAT(run->console->Text(), ::testing::HasSubstr(text));
+  } else if (what == "console") {  // has, lacks TEXT
+    EXPECT_EQ(run->console->Text().find(text) != std::string::npos, arg == "has") << text;
+  } else if (what == "unframed") {  // the bare sink lines, as "PRIORITY text"
+    std::vector<std::string> lines, expected;
+    for (size_t i = 2; i < t.size(); ++i) expected.push_back(ParseText(t[i], &text) ? text : "");
+    for (const SyslogLine& line : run->syslog->lines()) {
+      if (!line.framed) lines.push_back(std::to_string(line.priority) + " " + line.text);
+    }
+    EXPECT_EQ(lines, expected);
+  } else if (what == "frame") {  // every line's prefix and file, and its console copy
+    std::string console;
+    for (const SyslogLine& line : run->syslog->lines()) {
+      if (!line.framed) continue;
+      EXPECT_EQ(line.prefix, text) << line.text;
+      EXPECT_EQ(line.file, line.func.rfind("kovani_timer_", 0) == 0 ? "kovani_utils_timer.cpp"
+                                                                    : "kovani_utils_cmn.cpp");
+      console += "RIL[" + line.func + ":" + std::to_string(line.line) + "]: " + line.body + "\n";
+    }
+    EXPECT_EQ(run->console->Text(), console);
   } else {
     ADD_FAILURE() << "unknown check " << what;
   }
@@ -511,7 +510,7 @@ void RunSequence(const Sequence& sequence) {
   g_kovani_shell_print_flag = 1;
   {
     std::lock_guard<std::mutex> lock(g_vars_mutex);
-    g_vars = {{"pid", std::to_string(getpid())}};
+    g_vars = {{"pid", std::to_string(getpid())}, {"task", OwnTaskName()}};
   }
   const size_t fds = Count("/proc/self/fd");
   Blocks expected, actual;
