@@ -520,9 +520,9 @@ bool write_all(int fd, std::string_view data) {
 }
 
 // Temporary file, fsync and rename: a crash leaves the old or new file.
-bool replace_file(const Locked& f, const std::string& data, Failure* why) {
-  const std::string dir = dir_of(f.target);
-  std::string tmp = dir + '/' + temp_prefix(f.target) + "XXXXXX";
+bool replace_file(Locked* f, const std::string& data, Failure* why) {
+  const std::string dir = dir_of(f->target);
+  std::string tmp = dir + '/' + temp_prefix(f->target) + "XXXXXX";
   // O_CREAT|O_EXCL: never opens what an attacker planted under that name.
   Fd fd(::mkostemp(&tmp[0], O_CLOEXEC));
   if (fd.get() < 0) {
@@ -531,17 +531,21 @@ bool replace_file(const Locked& f, const std::string& data, Failure* why) {
   }
   struct stat st {};
   bool ok = write_all(fd.get(), data) && ::fstat(fd.get(), &st) == 0;
-  if (ok && (st.st_uid != f.st.st_uid || st.st_gid != f.st.st_gid) &&
-      ::fchown(fd.get(), f.st.st_uid, f.st.st_gid) != 0) {
-    (void)::fchown(fd.get(), static_cast<uid_t>(-1), f.st.st_gid);  // at least the group
+  if (ok && (st.st_uid != f->st.st_uid || st.st_gid != f->st.st_gid) &&
+      ::fchown(fd.get(), f->st.st_uid, f->st.st_gid) != 0) {
+    (void)::fchown(fd.get(), static_cast<uid_t>(-1), f->st.st_gid);  // at least the group
   }
-  ok = ok && ::fchmod(fd.get(), f.st.st_mode & 07777) == 0 && ::fsync(fd.get()) == 0 &&
-       ::close(fd.release()) == 0 && ::rename(tmp.c_str(), f.target.c_str()) == 0;
+  // Locked before it takes the file's place, so that a writer waiting on the
+  // old file queues on this one while the folder is synced, rather than
+  // racing this process's next change for it, which it would mostly lose.
+  ok = ok && ::fchmod(fd.get(), f->st.st_mode & 07777) == 0 && ::fsync(fd.get()) == 0 &&
+       ::flock(fd.get(), LOCK_EX | LOCK_NB) == 0 && ::rename(tmp.c_str(), f->target.c_str()) == 0;
   if (!ok) {
     *why = failure(errno);
     ::unlink(tmp.c_str());
     return false;
   }
+  f->fd.reset();
   // Makes the rename durable; without it a crash still leaves a whole file.
   const Fd dfd(::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (dfd.get() >= 0) (void)::fsync(dfd.get());
@@ -549,11 +553,11 @@ bool replace_file(const Locked& f, const std::string& data, Failure* why) {
 }
 
 // One change applied to the file as it is on disk now.
-bool rewrite_locked(const Locked& f, const std::string& name, const std::string* value,
+bool rewrite_locked(Locked* f, const std::string& name, const std::string* value,
                     bool* replaced, Failure* why) {
-  remove_stale_temporaries(f.target);
+  remove_stale_temporaries(f->target);
   std::string text;
-  if ((!f.created && !check_writable(f, why)) || !read_regular(f.fd.get(), &text, why)) {
+  if ((!f->created && !check_writable(*f, why)) || !read_regular(f->fd.get(), &text, why)) {
     return false;
   }
   if (is_foreign(text)) {
@@ -575,7 +579,7 @@ bool rewrite_persist(const std::string& path, const std::string& name, const std
   Locked f;
   if (lock_file(path, true, &f, why) != Lock::kLocked) return false;
   bool replaced = false;
-  const bool ok = rewrite_locked(f, name, value, &replaced, why);
+  const bool ok = rewrite_locked(&f, name, value, &replaced, why);
   // Still locked: waiters see the path gone and look again.
   if (f.created && !replaced) ::unlink(f.target.c_str());
   return ok;
