@@ -7,19 +7,89 @@
  *
  * At first use of any property function the store loads the profile named
  * by KOVANI_PROPERTY_PROFILE, then the persistence file named by
- * KOVANI_PROPERTY_PERSIST, whose values win.
+ * KOVANI_PROPERTY_PERSIST, whose values win. Problems with either go to the
+ * reporter like any other.
+ *
+ * Only regular files are read: a FIFO, device or directory is refused
+ * without blocking, and so is a file larger than
+ * KOVANI_HOST_PROPERTY_FILE_MAX, even one that grows while it is read.
  */
+
+#include <stddef.h>
+
+/* The largest profile or persistence file the store reads. */
+#define KOVANI_HOST_PROPERTY_FILE_MAX (64u * 1024u * 1024u)
+
+/* The kinds of report the store makes. */
+enum {
+  /* A profile line that could not be parsed; skipped. */
+  KOVANI_HOST_PROPERTY_LINE_SKIPPED = 1,
+  /* A persistence-file line that could not be parsed; kept as it is. */
+  KOVANI_HOST_PROPERTY_LINE_KEPT = 2,
+  /* A file that could not be read or was refused; nothing loaded from it. */
+  KOVANI_HOST_PROPERTY_UNREADABLE = 3,
+  /* A change the persistence file could not take; the file is unchanged. */
+  KOVANI_HOST_PROPERTY_UNWRITABLE = 4,
+};
+
+/*
+ * Receives one report. file is the path as the caller or the environment
+ * gave it (or the source named to kovani_host_property_load_text), never a
+ * temporary file. line counts from 1 for the two line kinds and is 0 for
+ * the others. reason is a short text without a trailing newline.
+ */
+typedef void (*kovani_host_property_reporter)(int kind, const char* file, unsigned long line,
+                                              const char* reason, void* cookie);
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
 /*
- * Loads a profile (build.prop or "adb shell getprop" lines) over the current
- * values, ignoring write-once. Returns the number of bad lines, each reported
- * on stderr and skipped, or -1 with errno set when the file cannot be read.
+ * Routes every later report of the store to fn with cookie. NULL restores
+ * the default, which writes one line each on stderr:
+ *   "<file>:<line>: <reason>, line skipped"
+ *   "<file>:<line>: <reason>, line kept as it is"
+ *   "<file>: <reason>"                 (unreadable or refused)
+ *   "<file>: cannot write: <reason>"
+ * fn is called after the store is unlocked, on the thread whose call made
+ * the report, so it may use the property functions. Setting a reporter does
+ * not load the environment's files, so it can be set before they are read.
+ * kovani_host_property_reset leaves it in place.
+ */
+__attribute__((visibility("default"))) void kovani_host_property_set_reporter(
+    kovani_host_property_reporter fn, void* cookie);
+
+/*
+ * Loads a profile (build.prop "name=value" lines or "adb shell getprop"
+ * "[name]: [value]" lines, mixed as they come) over the current values,
+ * ignoring write-once. A getprop value that spans lines is joined with '\n'
+ * up to the line that ends with ']'; one that never closes is a single bad
+ * line at its first line number. Each bad line (including one holding a NUL
+ * byte) is reported as LINE_SKIPPED and skipped. Returns the number of bad
+ * lines, or -1 with errno set after an UNREADABLE report (EINVAL for a NULL
+ * path, without a report).
  */
 __attribute__((visibility("default"))) int kovani_host_property_load(const char* path);
+
+/*
+ * The same as kovani_host_property_load, but returns the number of entries
+ * that set a property (a value spanning lines counts once), or -1 with
+ * errno set.
+ */
+__attribute__((visibility("default"))) int kovani_host_property_load_file(const char* path);
+
+/*
+ * Loads size bytes of profile text from memory, such as standard input,
+ * under the rules of kovani_host_property_load_file; source names the text
+ * in reports ("-" when NULL). Returns the number of entries that set a
+ * property, or -1 with errno set: EINVAL for NULL text with a non-zero size,
+ * EFBIG after an UNREADABLE report for text larger than
+ * KOVANI_HOST_PROPERTY_FILE_MAX.
+ */
+__attribute__((visibility("default"))) int kovani_host_property_load_text(const char* source,
+                                                                          const char* text,
+                                                                          size_t size);
 
 /*
  * Sets a property regardless of write-once and value rules; only the name
@@ -28,7 +98,10 @@ __attribute__((visibility("default"))) int kovani_host_property_load(const char*
 __attribute__((visibility("default"))) int kovani_host_property_seed(const char* name,
                                                                      const char* value);
 
-/* Removes a property. Returns 0, or -1 when it was absent or invalid. */
+/*
+ * Removes a property. Returns 0, or -1 when it was absent or invalid. A
+ * removed "persist." property is also removed from the persistence file.
+ */
 __attribute__((visibility("default"))) int kovani_host_property_unset(const char* name);
 
 /*
@@ -38,10 +111,31 @@ __attribute__((visibility("default"))) int kovani_host_property_unset(const char
 __attribute__((visibility("default"))) void kovani_host_property_reset(void);
 
 /*
- * Attaches a persistence file, or detaches it when path is NULL. Its values
- * are loaded now over the current ones, and every later change of a
- * "persist." property rewrites it. A missing file counts as empty. Returns 0,
- * or -1 with errno set when the file exists but cannot be read.
+ * Attaches a persistence file, or detaches it when path is NULL. Its entries
+ * are loaded now over the current values; lines it cannot parse are reported
+ * as LINE_KEPT. A missing file counts as empty. A file that does not look
+ * like a persistence file (lines the store cannot parse and no "persist."
+ * entry at all), one that cannot be read, and one that is not a regular
+ * file or is too large are refused untouched with an UNREADABLE report;
+ * the function then returns -1 with errno set and the previously attached
+ * file, if any, stays attached. Returns 0 otherwise.
+ *
+ * Each later change of a "persist." property by property_set or
+ * kovani_host_property_unset rewrites the file: under an exclusive flock on
+ * it, the file is read again and only that name changes, so processes that
+ * share the file keep each other's entries. Every other line, including
+ * lines the store cannot parse, stays as it is and in place; a new name is
+ * appended. The new text goes to a temporary file created exclusively
+ * beside the file (named after it, "<name>.kovani-tmp.XXXXXX"), which is
+ * synced and renamed over it, so a crash leaves the old or the new file,
+ * never a torn one; temporaries of writers that died are removed. The file
+ * keeps its mode and, where the process may set it, its owner; a new file
+ * gets 0666 less the umask. A path that is a symbolic link is followed: the
+ * link stays and its final target is replaced. A change the file cannot
+ * take (missing folder, no permission, a file without any write permission
+ * bit even for root, a full disk) leaves it unchanged and is reported as
+ * UNWRITABLE; the value still changes in memory and property_set still
+ * returns 0, as on the device.
  */
 __attribute__((visibility("default"))) int kovani_host_property_set_persist_file(const char* path);
 
