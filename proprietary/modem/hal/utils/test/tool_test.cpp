@@ -1,188 +1,141 @@
-#include <stdio.h>
-#include <sys/wait.h>
+// The tool's cases, data/tool_cases.txt, each a few runs of kovani-utils
+// and the checks of their exit status, outputs and files.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <filesystem>
 #include <fstream>
+#include <memory>
 #include <nlohmann/json.hpp>
-#include <sstream>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "child_process.h"
+#include "fake_adb.h"
 #include "library_test.h"
 #include "text.h"
 
 namespace {
 
 using namespace kovani_test;
-using ::testing::HasSubstr;
-using Json = nlohmann::ordered_json;
-using Properties = std::vector<std::pair<std::string, std::string>>;
 
-using ToolRun = ChildRun;
+struct Case {
+  std::string name;
+  std::vector<std::string> steps;
+};
 
-// Runs the tool with a clean property environment.
-ToolRun RunTool(const std::string& args) {
-  std::vector<std::string> argv = {KOVANI_TOOL};
-  for (const std::string& word : Tokens(args)) argv.push_back(word);
+void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
+
+std::vector<Case> Cases() {
+  std::vector<Case> cases;
+  std::ifstream in(KOVANI_TEST_DATA_DIR "/tool_cases.txt");
+  for (std::string line; std::getline(in, line);) {
+    if (line.rfind("== ", 0) == 0) cases.push_back({line.substr(3), {}});
+    if (!line.empty() && line[0] != '#' && line[0] != '=' && !cases.empty()) {
+      cases.back().steps.push_back(line);
+    }
+  }
+  return cases;
+}
+
+std::string Read(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// The protocol version of the adb on PATH, "" without one.
+std::string AdbVersion() {
   ChildOptions options;
-  options.env = {"KOVANI_PROPERTY_PROFILE", "KOVANI_PROPERTY_PERSIST"};
-  return RunChild(argv, options);
+  options.built = false;
+  const ChildRun run = RunChild({"adb", "version"}, options);
+  const size_t at = run.out.find("1.0.");
+  if (run.status != 0 || at == std::string::npos) return "";
+  char version[5];
+  snprintf(version, sizeof(version), "%04x", std::stoi(run.out.substr(at + 4)));
+  return version;
 }
 
-std::string Profile(const Properties& properties, bool getprop) {
-  std::string text = "# written by the test\n";
-  for (const auto& [name, value] : properties) {
-    text += getprop ? "[" + name + "]: [" + value + "]\n" : name + "=" + value + "\n";
-  }
-  return text;
-}
+class Tool : public ::testing::TestWithParam<Case> {};
 
-class Tool : public ::testing::Test {};
-
-// The library's own answers for the profile now loaded, in the tool's shape.
-Json LibraryAnswers() {
-  Json predicates = Json::array();
-  for (auto predicate :
-       {kovani_is_factory_version, kovani_is_ct_cert_version, kovani_is_cm_cert_version,
-        kovani_is_cu_cert_version, kovani_is_cert_version, kovani_is_china_version,
-        kovani_is_test_build, kovani_is_pre_version, kovani_is_dev_version,
-        kovani_is_stable_version, kovani_is_native_version, kovani_is_factory_version_ex,
-        kovani_is_root_version, kovani_is_mp_version, kovani_is_nuvo_version,
-        kovani_is_user_version}) {
-    predicates.push_back(predicate());
-  }
-  char level[256] = {0};
-  int capacity = 255;
-  kovani_get_modem_ssr_type_name(level, &capacity);
-  return {{"predicates", predicates},
-          {"build_type", kovani_build_type_get()},
-          {"device_name", kovani_device_name_get()},
-          {"build_region", kovani_build_region_get()},
-          {"vendor_build_region", kovani_vendor_build_region_get()},
-          {"vendor_build_region_configured", kovani_vendor_build_region_is_cfged()},
-          {"single_sim", kovani_get_single_sim_flag()},
-          {"ssr_level", level},
-          {"ssr_type", kovani_get_modem_ssr_type()}};
-}
-
-// The tool's report cut to the same shape; predicates keep the tool's order.
-Json ToolAnswers(const Json& tool, const Json& shape) {
-  Json answers = shape;
-  for (auto& [key, value] : answers.items()) {
-    if (key != "predicates") {
-      value = tool[key];
-      continue;
-    }
-    value = Json::array();
-    for (const auto& item : tool[key].items()) value.push_back(item.value());
-  }
-  return answers;
-}
-
-TEST_F(Tool, InfoJson_MatchesTheLibraryForBothFormats) {
-  const struct {
-    const char* name;
-    int build_type;
-    Properties properties;
-  } profiles[] = {
-      {"certification",
-       3,
-       {{"ro.cust.test", "ct"}, {"ro.vendor.radio.build_profile", "k-factory"}}},
-      {"factory",
-       2,
-       {{"ro.vendor.radio.build_profile", "k-factory-pre"}, {"ro.boot.factorybuild", "1"}}},
-      {"dev",
-       6,
-       {{"ro.build.version.incremental", "V2.0.1.DEV"}, {"ro.product.device", "kestrel"}}},
-      {"stable single SIM",
-       4,
-       {{"ro.build.version.incremental", "V2.0.6.0.KSTMIXM"},
-        {"persist.radio.multisim.config", "ssss"},
-        {"persist.vendor.radio.build_region", "eea"},
-        {"persist.vendor.ssr.restart_level", "ALL_DISABLE"},
-        {"ro.build.type", "userdebug"}}},
-  };
-  for (const auto& p : profiles) {
-    for (bool getprop : {false, true}) {
-      SCOPED_TRACE(std::string(p.name) + (getprop ? " (getprop)" : " (build.prop)"));
-      InFreshProcess(std::string(p.name) + (getprop ? "/getprop" : "/build.prop"), [&p, getprop] {
-        TempDir dir;
-        const std::string path = dir.Write("profile", Profile(p.properties, getprop));
-        const ToolRun run = RunTool("info --json --props " + path);
-        ASSERT_EQ(run.status, 0) << run.err;
-        const Json tool = Json::parse(run.out);
-        EXPECT_EQ(tool["profile"], path);
-        EXPECT_EQ(tool["build_type"], p.build_type);
-        ASSERT_EQ(kovani_host_property_load(path.c_str()), 0);
-        const Json library = LibraryAnswers();
-        EXPECT_EQ(ToolAnswers(tool, library).dump(1), library.dump(1));
-      });
+TEST_P(Tool, Case) {
+  const TempDir folder;
+  const std::string dir = folder.Path();
+  std::unique_ptr<FakeAdbServer> adb;
+  ChildOptions options;
+  ChildRun run;
+  for (const std::string& raw : GetParam().steps) {
+    std::string line = raw;
+    for (size_t at; (at = line.find("{dir}")) != std::string::npos;) line.replace(at, 5, dir);
+    const std::vector<std::string> t = Tokens(line);
+    std::string text;
+    if (t.size() > 1) ParseText(t.back(), &text);
+    const std::string& what = t[0];
+    const std::string name = t.size() > 1 ? t[1] : "";
+    SCOPED_TRACE(line);
+    struct stat st = {};
+    if (what == "!" && name == "file") {
+      std::string file;
+      ParseText(t[2], &file);
+      std::ofstream(dir + file, std::ios::binary) << text;
+    } else if (what == "!" && name == "fifo") {
+      ASSERT_EQ(mkfifo((dir + t[2]).c_str(), 0600), 0);
+    } else if (what == "!" && name == "mode") {
+      chmod((dir + t[2]).c_str(), std::stoul(t[3], nullptr, 8));
+    } else if (what == "!" && name == "symlink") {
+      std::filesystem::create_symlink(t[3], dir + t[2]);
+    } else if (what == "!" && name == "env") {
+      options.env.push_back(text);
+    } else if (what == "!" && (name == "stdout" || name == "stderr")) {
+      (name == "stdout" ? options.out : options.err) = text;
+    } else if (what == "!" && (name == "adb" || name == "device")) {
+      if (adb == nullptr) {
+        const std::string version = AdbVersion();
+        if (version.empty()) GTEST_SKIP() << "no adb on PATH";
+        adb = std::make_unique<FakeAdbServer>(version);
+        options.env.push_back("ANDROID_ADB_SERVER_PORT=" + std::to_string(adb->port()));
+      }
+      if (name == "device") {
+        adb->SetDevice(t[2], t[3], Read(KOVANI_TEST_DATA_DIR "/kestrel_cert.getprop"));
+      }
+    } else if (what == "<") {
+      options.input = text;
+    } else if (what == "$") {
+      std::vector<std::string> argv = {KOVANI_TOOL};
+      for (size_t i = 1; i < t.size(); ++i) argv.push_back(ParseText(t[i], &text) ? text : "");
+      options.env.insert(options.env.end(), {"KOVANI_PROPERTY_PROFILE", "KOVANI_PROPERTY_PERSIST"});
+      run = RunChild(argv, options);
+      options.out = options.err = options.input = "";
+    } else if (what == "exit") {
+      EXPECT_EQ(run.status, std::stoi(name)) << run.err;
+    } else if (what == "out" || what == "err") {  // has, lacks or is TEXT
+      const std::string& output = what == "out" ? run.out : run.err;
+      EXPECT_EQ(name == "is" ? output == text : output.find(text) != std::string::npos,
+                name != "lacks")
+          << output;
+    } else if (what == "json") {  // POINTER VALUE
+      const auto json = nlohmann::json::parse(run.out, nullptr, false);
+      ASSERT_FALSE(json.is_discarded()) << run.out;
+      EXPECT_EQ(json.value(nlohmann::json::json_pointer(name), nlohmann::json()),
+                nlohmann::json::parse(line.substr(line.find(name) + name.size() + 1)));
+    } else if (what == "file") {  // NAME [has] TEXT
+      const std::string content = Read(dir + name);
+      EXPECT_TRUE(t.size() > 3 ? content.find(text) != std::string::npos : content == text)
+          << content;
+    } else if (what == "mode") {
+      ASSERT_EQ(stat((dir + name).c_str(), &st), 0);
+      EXPECT_EQ(st.st_mode & 07777, std::stoul(t[2], nullptr, 8));
+    } else if (what == "link") {
+      EXPECT_TRUE(std::filesystem::is_symlink(dir + name));
+    } else {
+      ADD_FAILURE() << "unknown step";
     }
   }
-}
-
-TEST_F(Tool, Info_WithoutPropsUsesAndNamesTheSample) {
-  const ToolRun text = RunTool("info");
-  EXPECT_EQ(text.status, 0);
-  EXPECT_THAT(text.out, HasSubstr("sample_device.prop (built-in sample)\n"));
-  EXPECT_THAT(text.out, HasSubstr("build type:          4 KOVANI_BUILD_TYPE_STABLE\n"));
-  EXPECT_EQ(text.err, "");
-  const Json json = Json::parse(RunTool("info --json").out);
-  EXPECT_THAT(json["profile"].get<std::string>(),
-              HasSubstr("share/kovani_utils/sample_device.prop"));
-}
-
-TEST_F(Tool, Trace_PutsLibraryLinesOnStderrOnly) {
-  const ToolRun run = RunTool("info --json --trace");
-  EXPECT_EQ(run.status, 0);
-  EXPECT_TRUE(Json::accept(run.out)) << run.out;
-  EXPECT_THAT(run.err, HasSubstr("syslog 7: rild print is started\n"));
-  EXPECT_THAT(run.err, HasSubstr("kovani_build_type_get: KOVANI_BUILD_TYPE_STABLE(4)"));
-  EXPECT_THAT(run.err, HasSubstr("RIL[kovani_is_stable_version:"));
-}
-
-TEST_F(Tool, Ssr_SavedStateCarriesAcrossRuns) {
-  TempDir dir;
-  const std::string profile = dir.Write("p", "persist.vendor.ssr.restart_level=ALL_DISABLE\n");
-  const std::string args = " --json --props " + profile + " --persist " + dir.Path("persist");
-  const Json set = Json::parse(RunTool("ssr set ssr" + args).out);
-  EXPECT_EQ(set["result"], 1);
-  EXPECT_EQ(set["ssr_level"], "ALL_ENABLE");
-  EXPECT_EQ(set["saved_default"], "ALL_ENABLE");
-  EXPECT_EQ(set["default_saved"], true);
-
-  const Json get = Json::parse(RunTool("ssr get" + args).out);
-  EXPECT_EQ(get["ssr_type_name"], "MODEM_RESTART_LEVEL_ID_DEF");
-  EXPECT_EQ(get["ssr_level"], "ALL_ENABLE");
-
-  EXPECT_EQ(Json::parse(RunTool("ssr set dump" + args).out)["result"], 1);
-  const ToolRun text = RunTool("ssr get --props " + profile + " --persist " + dir.Path("persist"));
-  EXPECT_EQ(text.out,
-            "SSR type:      2 MODEM_RESTART_LEVEL_ID_DUMP\n"
-            "SSR level:     ALL_DISABLE\n"
-            "saved default: \"ALL_ENABLE\"\n");
-}
-
-TEST_F(Tool, BadInput_ExitCodesAndMessages) {
-  TempDir dir;
-  const std::string bad = dir.Write("bad", "ro.cust.test=cu\nno equals sign\n");
-  const ToolRun skipped = RunTool("info --props " + bad);
-  EXPECT_EQ(skipped.status, 0);
-  EXPECT_THAT(skipped.err, HasSubstr(bad + ":2: "));
-  EXPECT_THAT(skipped.out, HasSubstr("3 KOVANI_BUILD_TYPE_CERT"));
-
-  const ToolRun missing = RunTool("info --props " + dir.Path("missing"));
-  EXPECT_EQ(missing.status, 1);
-  EXPECT_THAT(missing.err, HasSubstr(dir.Path("missing") + "': No such file or directory"));
-  EXPECT_EQ(missing.out, "");
-
-  for (const char* args : {"", "frobnicate", "info --bogus", "ssr", "ssr set sideways"}) {
-    SCOPED_TRACE(args);
-    const ToolRun usage = RunTool(args);
-    EXPECT_EQ(usage.status, 2);
-    EXPECT_THAT(usage.err, HasSubstr("Usage: kovani-utils"));
+  if (adb != nullptr) {  // never leave an adb server running
+    ChildOptions plain;
+    plain.built = false;
+    RunChild({"adb", "-P", std::to_string(adb->port()), "kill-server"}, plain);
   }
 }
+
+INSTANTIATE_TEST_SUITE_P(Tool, Tool, ::testing::ValuesIn(Cases()),
+                         [](const auto& info) { return info.param.name; });
 
 }  // namespace
