@@ -18,6 +18,7 @@
 #include <atomic>
 
 #include "kovani_utils.h"
+#include "kovani_utils_layout.h"
 #include "kovani_utils_log.h"
 
 // ===========================================================================

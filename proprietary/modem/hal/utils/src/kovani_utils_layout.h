@@ -1,12 +1,15 @@
-// The records and constants that users compile against, as laid out on an
-// LP64 target (the device's AArch64 and the x86-64 host alike).
+// The records and constants that users compile against, as the public
+// header promises them on an LP64 target (the device's AArch64 and the
+// x86-64 host alike). Internal: checked when the library is built.
+#ifndef KOVANI_UTILS_LAYOUT_H
+#define KOVANI_UTILS_LAYOUT_H
+
 #include <stddef.h>
+#include <stdint.h>
 
 #include <type_traits>
 
-#include "library_test.h"
-
-namespace {
+#include "kovani_utils.h"
 
 static_assert(sizeof(void*) == 8 && sizeof(long) == 8, "LP64 target expected");
 
@@ -44,4 +47,4 @@ static_assert(KOVANI_TIMER_RESULT_SUCCESS == 0 && KOVANI_TIMER_RESULT_E_FAILURE 
               KOVANI_TIMER_RESULT_E_NO_MEMORY == 15);
 static_assert(KOVANI_UTILS_INSTANCE_ID_UNSET == 255);
 
-}  // namespace
+#endif  // KOVANI_UTILS_LAYOUT_H
