@@ -16,8 +16,11 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <nlohmann/json.hpp>
 #include <thread>
 
+#include "child_process.h"
+#include "fake_adb.h"
 #include "fake_proc.h"
 #include "library_test.h"
 #include "text.h"
@@ -26,22 +29,28 @@ namespace kovani_test {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using Words = std::vector<std::string>;
 
-// {name} values; timer callbacks set some of them.
-std::mutex g_vars_mutex;
+// {name} values, and what the timer callbacks saw: callbacks run on other
+// threads.
+std::mutex g_mutex;
+std::condition_variable g_changed;
 std::map<std::string, std::string> g_vars;
+std::map<uint32_t, int> g_fired;
+std::map<uint32_t, void*> g_params;
+int g_detached = -1;
 
 void Let(const std::string& name, const std::string& value) {
-  std::lock_guard<std::mutex> lock(g_vars_mutex);
+  std::lock_guard<std::mutex> lock(g_mutex);
   g_vars[name] = value;
 }
 
 std::string Substitute(std::string text) {
-  std::lock_guard<std::mutex> lock(g_vars_mutex);
+  std::lock_guard<std::mutex> lock(g_mutex);
   for (const auto& [name, value] : g_vars) {
-    const std::string key = "{" + name + "}";
-    for (size_t at; (at = text.find(key)) != std::string::npos;)
-      text.replace(at, key.size(), value);
+    for (size_t at; (at = text.find("{" + name + "}")) != std::string::npos;) {
+      text.replace(at, name.size() + 2, value);
+    }
   }
   return text;
 }
@@ -73,22 +82,11 @@ bool Matches(std::string expected, std::string actual) {
                          actual.compare(actual.size() - tail.size(), tail.size(), tail) == 0;
 }
 
-// What the timer callbacks and the thread probe saw.
-struct Calls {
-  std::mutex mutex;
-  std::condition_variable changed;
-  std::map<uint32_t, int> count;
-  std::map<uint32_t, pid_t> thread;
-  std::map<uint32_t, void*> params;
-  int detached = -1;
-} g_calls;
-
 void Record(uint32_t id, void* params) {
-  std::lock_guard<std::mutex> lock(g_calls.mutex);
-  ++g_calls.count[id];
-  g_calls.thread[id] = gettid();
-  g_calls.params[id] = params;
-  g_calls.changed.notify_all();
+  std::lock_guard<std::mutex> lock(g_mutex);
+  ++g_fired[id];
+  g_params[id] = params;
+  g_changed.notify_all();
 }
 
 void OnPlain(void* id) { Record(*static_cast<uint32_t*>(id), nullptr); }
@@ -109,8 +107,8 @@ void* Probe(void*) {
   pthread_getattr_np(pthread_self(), &attr);
   pthread_attr_getdetachstate(&attr, &state);
   pthread_attr_destroy(&attr);
-  std::lock_guard<std::mutex> lock(g_calls.mutex);
-  g_calls.detached = state;
+  std::lock_guard<std::mutex> lock(g_mutex);
+  g_detached = state;
   return nullptr;
 }
 
@@ -135,6 +133,11 @@ void WaitForThreads(size_t count) {
   }
 }
 
+std::string Read(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
 // The state of one run of a sequence.
 struct Run {
   TempDir dir;
@@ -145,19 +148,34 @@ struct Run {
   std::deque<std::vector<char>> blobs;
   std::map<std::string, std::vector<char>> bufs;
   std::map<std::string, int> ints;
-  std::map<std::string, const char*> pointers;
   std::unique_ptr<FakeProc> proc;
   kovani_pid_info_s_type info;
   void* heap = nullptr;
-  const char* last = nullptr;
   Clock::duration took{};
+  std::string reports;  // of the property store
+  ChildOptions tool;    // for the next run of the tool
+  ChildRun ran;
+  std::unique_ptr<FakeAdbServer> adb;
   struct sigaction saved_alarm = {};
   int stdin_copy = -1;
   ~Run() {
     sigaction(SIGALRM, &saved_alarm, nullptr);
     if (stdin_copy >= 0) dup2(stdin_copy, STDIN_FILENO), close(stdin_copy);
   }
+  // Never leaves an adb server running.
+  void StopAdb() {
+    if (adb == nullptr) return;
+    ChildOptions plain;
+    plain.built = false;
+    RunChild({"adb", "-P", std::to_string(adb->port()), "kill-server"}, plain);
+    adb.reset();
+  }
 };
+
+void Report(int kind, const char* file, unsigned long line, const char* reason, void* run) {
+  static_cast<Run*>(run)->reports +=
+      std::to_string(kind) + " " + file + ":" + std::to_string(line) + ": " + reason + "\n";
+}
 
 using Proc = void* (*)(void*);
 
@@ -226,14 +244,13 @@ struct Arg {
   operator Proc() const { return word == "probe" ? Probe : nullptr; }
 };
 
-std::string Result(Run* run, const char* text) { return Show(run->last = text); }
+std::string Result(Run*, const char* text) { return Show(text); }
 std::string Result(Run*, long long number) { return std::to_string(number); }
 
-using Adapter = std::function<std::string(Run*, const std::vector<std::string>&)>;
+using Adapter = std::function<std::string(Run*, const Words&)>;
 
 template <typename R, typename... P, size_t... I>
-std::string Invoke(Run* run, R (*fn)(P...), const std::vector<std::string>& words,
-                   std::index_sequence<I...>) {
+std::string Invoke(Run* run, R (*fn)(P...), const Words& words, std::index_sequence<I...>) {
   static const std::string none;
   if constexpr (std::is_void_v<R>) {
     fn(Arg{run, I < words.size() ? words[I] : none}...);
@@ -245,7 +262,7 @@ std::string Invoke(Run* run, R (*fn)(P...), const std::vector<std::string>& word
 
 template <typename R, typename... P>
 Adapter Make(R (*fn)(P...)) {
-  return [fn](Run* run, const std::vector<std::string>& words) {
+  return [fn](Run* run, const Words& words) {
     return Invoke(run, fn, words, std::index_sequence_for<P...>{});
   };
 }
@@ -253,14 +270,17 @@ Adapter Make(R (*fn)(P...)) {
 // Adapters of the functions, by the names the macro spells.
 template <typename... F>
 std::map<std::string, Adapter> Named(const std::string& names, F... fns) {
-  const std::vector<std::string> words = Tokens(names, ',');
+  const Words words = Tokens(names, ',');
   const Adapter adapters[] = {Make(fns)...};
   std::map<std::string, Adapter> map;
-  for (size_t i = 0; i < words.size(); ++i) map[words[i].substr(words[i].find('k'))] = adapters[i];
+  for (size_t i = 0; i < words.size(); ++i)
+    map[words[i].substr(words[i].find_first_not_of(' '))] = adapters[i];
   return map;
 }
 #define NAMED(...) Named(#__VA_ARGS__, __VA_ARGS__)
 
+// The library's functions and the platform's, by name; the variadic sinks
+// with a fixed format.
 const std::map<std::string, Adapter>& Adapters() {
   static const auto* adapters = [] {
     auto* map = new std::map<std::string, Adapter>(NAMED(
@@ -285,7 +305,10 @@ const std::map<std::string, Adapter>& Adapters() {
         kovani_build_type_list_contain, kovani_get_modem_ssr_type_name, kovani_get_modem_ssr_type,
         kovani_set_modem_ssr_type, kovani_modem_ssr_wait_s, kovani_timer_start,
         kovani_timer_start_ex, kovani_timer_start_ex_params, kovani_timer_start_ex_params_adv,
-        kovani_timer_stop, kovani_timer_is_active, kovani_timer_clear_callback_list));
+        kovani_timer_stop, kovani_timer_is_active, kovani_timer_clear_callback_list, property_get,
+        property_set, kovani_host_property_load, kovani_host_property_load_file,
+        kovani_host_property_seed, kovani_host_property_unset,
+        kovani_host_property_set_persist_file, kovani_host_property_reset));
     (*map)["kovani_utils_format_log_msg"] =
         Make(+[](char* b, int n, const char* t) { kovani_utils_format_log_msg(b, n, "%s", t); });
     (*map)["kovani_utils_syslog_dbg"] =
@@ -294,7 +317,10 @@ const std::map<std::string, Adapter>& Adapters() {
         Make(+[](const char* t) { kovani_utils_syslog_err("%s", t); });
     (*map)["kovani_create_pthread"] =
         Make(+[](const char* n, Proc p) { return kovani_create_pthread(n, p, nullptr) != 0; });
-    (*map)["kovani_mem_malloc"] = [](Run* run, const std::vector<std::string>& words) {
+    (*map)["kovani_host_property_load_text"] = Make(+[](const char* source, const char* text) {
+      return kovani_host_property_load_text(source, text, text == nullptr ? 0 : strlen(text));
+    });
+    (*map)["kovani_mem_malloc"] = [](Run* run, const Words& words) {
       return std::to_string((run->heap = kovani_mem_malloc(std::stoul(words[0]))) != nullptr);
     };
     return map;
@@ -302,8 +328,9 @@ const std::map<std::string, Adapter>& Adapters() {
   return *adapters;
 }
 
-void Call(Run* run, std::vector<std::string> t) {
-  std::string expected;
+// "> function args [-> result]"
+void Call(Run* run, Words t) {
+  std::string expected, text;
   if (t.size() > 2 && t[t.size() - 2] == "->") {
     expected = t.back();
     t.resize(t.size() - 2);
@@ -314,12 +341,8 @@ void Call(Run* run, std::vector<std::string> t) {
   const std::string result = adapter->second(run, {t.begin() + 2, t.end()});
   run->took = Clock::now() - start;
   for (const auto& [name, value] : run->ints) Let(name, std::to_string(value));
-  std::string text;
-  if (expected.empty()) return;
-  if (expected[0] == '$') return Let(expected.substr(1), result);
-  if (expected[0] == '%') {
-    run->pointers[expected.substr(1)] = run->last;
-  } else {
+  if (!expected.empty() && expected[0] == '$') return Let(expected.substr(1), result);
+  if (!expected.empty()) {
     EXPECT_EQ(result, expected[0] != '"'
                           ? expected
                           : Show(ParseText(expected, &text) ? text.c_str() : nullptr))
@@ -327,144 +350,186 @@ void Call(Run* run, std::vector<std::string> t) {
   }
 }
 
-void Action(Run* run, const std::vector<std::string>& t) {
-  std::string name, text;
-  ParseText(t.size() > 2 ? t[2] : "", &name);
-  const bool have_text = t.size() > 3 && ParseText(t[3], &text);
-  const std::string& what = t[1];
-  if (what == "seed") {
-    kovani_host_property_seed(name.c_str(), have_text ? text.c_str() : nullptr);
-  } else if (what == "load") {
-    EXPECT_EQ(kovani_host_property_load((KOVANI_TEST_DATA_DIR "/" + name).c_str()), 0);
-  } else if (what == "let") {
-    Let(name, text);
-  } else if (what == "file") {
-    run->dir.Write(name, text);
-  } else if (what == "status" || what == "proc") {
-    const std::string file = "proc/" + std::to_string(getpid()) + "/status";
-    if (what == "status") std::filesystem::remove(run->dir.Path(file));
-    if (what == "status" && ParseText(t[2], &text)) run->dir.Write(file, text);
-    run->proc.reset();
-    run->proc = std::make_unique<FakeProc>(run->dir.Path(what == "proc" ? name : "proc"));
-  } else if (what == "symlink") {
-    std::filesystem::create_directory_symlink(run->dir.Path(text), run->dir.Path(name));
-  } else if (what == "writes") {
-    std::lock_guard<std::mutex> lock(g_writes_mutex);
-    for (size_t i = 2; i < t.size(); ++i) g_write_limits.push_back(std::stoul(t[i]));
-  } else if (what == "umask") {
-    umask(static_cast<mode_t>(std::stoul(name, nullptr, 8)));
-  } else if (what == "instance") {
-    g_kovani_qcril_ril_process_instance_id = std::stoi(name);
-  } else if (what == "shell-flag") {
-    g_kovani_shell_print_flag = std::stoi(name);
-  } else if (what == "close-stdin") {  // open() may hand out descriptor 0
-    run->stdin_copy = dup(STDIN_FILENO);
-    close(STDIN_FILENO);
-  } else if (what == "fail-record") {
-    g_fail_record = true;
-  } else if (what == "alarm") {
-    struct sigaction on_alarm = {};
-    on_alarm.sa_handler = [](int) {};
-    sigaction(SIGALRM, &on_alarm, &run->saved_alarm);
-    const itimerval in_100ms = {{0, 0}, {0, 100000}};
-    setitimer(ITIMER_REAL, &in_100ms, nullptr);
-  } else if (what == "wait-lines") {
-    const auto deadline = Clock::now() + std::chrono::seconds(10);
-    for (size_t others = 0; others < std::stoul(name) && Clock::now() < deadline;) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-      others = 0;
-      for (const SyslogLine& line : run->syslog->lines()) others += line.thread != gettid();
-    }
-  } else if (what == "wait-fired") {
-    std::unique_lock<std::mutex> lock(g_calls.mutex);
-    const uint32_t id = static_cast<uint32_t>(std::stoul(name, nullptr, 0));
-    EXPECT_TRUE(g_calls.changed.wait_for(lock, std::chrono::seconds(5),
-                                         [id] { return g_calls.count[id] > 0; }));
-  } else if (what == "wait-threads") {
-    WaitForThreads(run->threads);
-  } else {
-    ADD_FAILURE() << "unknown action " << what;
+void Same(const std::string& actual, const std::string& expected, const std::string& what) {
+  EXPECT_EQ(actual, expected) << what;
+}
+void Check(bool passed, const std::string& what) { EXPECT_TRUE(passed) << what; }
+std::string N(long long number) { return std::to_string(number); }
+
+// A fake adb server for the tool's runs, speaking the protocol version of
+// the adb on PATH.
+bool StartAdb(Run* run) {
+  if (run->adb != nullptr) return true;
+  ChildOptions plain;
+  plain.built = false;
+  const std::string out = RunChild({"adb", "version"}, plain).out;
+  const size_t at = out.find("1.0.");
+  if (at == std::string::npos) return false;
+  char version[5];
+  snprintf(version, sizeof(version), "%04x", std::stoi(out.substr(at + 4)));
+  run->adb = std::make_unique<FakeAdbServer>(version);
+  run->tool.env.push_back("ANDROID_ADB_SERVER_PORT=" + N(run->adb->port()));
+  return true;
+}
+
+void SetAlarm(Run* r) {
+  struct sigaction on_alarm = {};
+  on_alarm.sa_handler = [](int) {};
+  sigaction(SIGALRM, &on_alarm, &r->saved_alarm);
+  const itimerval in_100ms = {{0, 0}, {0, 100000}};
+  setitimer(ITIMER_REAL, &in_100ms, nullptr);
+}
+
+void WaitForLines(Run* r, size_t count) {
+  const auto deadline = Clock::now() + std::chrono::seconds(10);
+  for (size_t others = 0; others < count && Clock::now() < deadline;) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    others = 0;
+    for (const SyslogLine& line : r->syslog->lines()) others += line.thread != gettid();
   }
 }
 
-void Check(Run* run, const std::vector<std::string>& t) {
-  std::string text;
-  if (t.size() > 2) ParseText(t.back(), &text);
-  const std::string& what = t[1];
-  const std::string arg = t.size() > 2 ? t[2] : "";
-  struct stat st = {};
-  std::lock_guard<std::mutex> lock(g_calls.mutex);
-  const uint32_t id = arg.empty() || !isdigit(arg[0]) ? 0 : std::stoul(arg, nullptr, 0);
-  if (what[0] == '@') {  // "@buf [BYTES] TEXT"
-    const char* buf = run->bufs[what.substr(1)].data();
-    EXPECT_EQ(t.size() > 3 ? std::string(buf, std::stoul(arg)) : std::string(buf), text) << what;
-  } else if (what[0] == '&') {
-    EXPECT_EQ(run->ints[what.substr(1)], std::stoll(arg, nullptr, 0)) << what;
-  } else if (what[0] == '%') {
-    EXPECT_STREQ(run->pointers[what.substr(1)], text.c_str()) << what;
-  } else if (what == "prop") {
-    EXPECT_EQ(Stored(arg.c_str()), text) << arg;
-  } else if (what == "file") {
-    std::ifstream in(run->dir.Path(arg), std::ios::binary);
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), text) << arg;
-  } else if (what == "mode") {
-    EXPECT_EQ(stat(run->dir.Path(arg).c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 07777, std::stoul(t[3], nullptr, 8)) << arg;
-  } else if (what == "info") {  // the record was cleared whole first
-    EXPECT_EQ(run->info.p_id, std::stoi(arg));
-    EXPECT_STREQ(run->info.p_name, text.c_str());
-    EXPECT_EQ(run->info.p_name[255], '\0');
-  } else if (what == "heap") {
-    EXPECT_EQ(run->heap, nullptr);
-  } else if (what == "predicates") {  // each called, by name; the short names of those true
-    std::vector<std::string> names;
-    for (const auto& [name, adapter] : Adapters()) {
-      if (name.rfind("kovani_is_", 0) != 0 || adapter(run, {}) != "1") continue;
-      names.push_back(name.substr(10));
-      if (names.back().find("_version") != std::string::npos) {
-        names.back().erase(names.back().find("_version"), 8);
-      }
-    }
-    EXPECT_EQ(names, std::vector<std::string>(t.begin() + 2, t.end()));
-  } else if (what == "fired") {
-    EXPECT_EQ(g_calls.count[id], std::stoi(t[3])) << id;
-  } else if (what == "params") {
-    EXPECT_EQ(g_calls.params[id], static_cast<void*>(g_caller_owned)) << id;
-  } else if (what == "elsewhere") {
-    EXPECT_NE(g_calls.thread[id], gettid()) << id;
-  } else if (what == "detached") {
-    EXPECT_EQ(g_calls.detached, PTHREAD_CREATE_DETACHED);
-  } else if (what == "took") {
-    EXPECT_GE(run->took, std::chrono::seconds(std::stoi(arg)));
-  } else if (what == "console") {  // has, lacks TEXT
-    EXPECT_EQ(run->console->Text().find(text) != std::string::npos, arg == "has") << text;
-  } else if (what == "unframed") {  // the bare sink lines, as "PRIORITY text"
-    std::vector<std::string> lines, expected;
-    for (size_t i = 2; i < t.size(); ++i) expected.push_back(ParseText(t[i], &text) ? text : "");
-    for (const SyslogLine& line : run->syslog->lines()) {
-      if (!line.framed) lines.push_back(std::to_string(line.priority) + " " + line.text);
-    }
-    EXPECT_EQ(lines, expected);
-  } else if (what == "frame") {  // every line's prefix and file, and its console copy
-    std::string console;
-    for (const SyslogLine& line : run->syslog->lines()) {
-      if (!line.framed) continue;
-      EXPECT_EQ(line.prefix, text) << line.text;
-      EXPECT_EQ(line.file, line.func.rfind("kovani_timer_", 0) == 0 ? "kovani_utils_timer.cpp"
-                                                                    : "kovani_utils_cmn.cpp");
-      console += "RIL[" + line.func + ":" + std::to_string(line.line) + "]: " + line.body + "\n";
-    }
-    EXPECT_EQ(run->console->Text(), console);
-  } else {
-    ADD_FAILURE() << "unknown check " << what;
+void WaitFired(uint32_t id) {
+  std::unique_lock<std::mutex> lock(g_mutex);
+  Check(g_changed.wait_for(lock, std::chrono::seconds(5), [id] { return g_fired[id]; }), N(id));
+}
+
+void SetStatus(Run* r, const Words& t, const std::string& text) {
+  const std::string file = "proc/" + N(getpid()) + "/status";
+  std::filesystem::remove(r->dir.Path(file));
+  if (t[2] != "null") r->dir.Write(file, text);
+  if (!r->proc) r->proc = std::make_unique<FakeProc>(r->dir.Path("proc"));
+}
+
+// The bare sink lines as "PRIORITY text", or each framed line's prefix and
+// file with the console copies that the frame gives.
+std::string Lines(Run* r, bool framed, const std::string& prefix) {
+  std::string lines;
+  for (const SyslogLine& l : r->syslog->lines()) {
+    const bool timer = l.func.rfind("kovani_timer_", 0) == 0;
+    if (!framed && !l.framed) lines += N(l.priority) + " " + l.text + "\n";
+    if (!framed || !l.framed) continue;
+    Same(l.prefix + l.file, prefix + (timer ? "kovani_utils_timer.cpp" : "kovani_utils_cmn.cpp"),
+         l.text);
+    lines += "RIL[" + l.func + ":" + N(l.line) + "]: " + l.body + "\n";
   }
+  return lines;
+}
+
+std::string All() {
+  std::string all;
+  kovani_host_property_foreach(
+      [](const char* n, const char* v, void* out) {
+        *static_cast<std::string*>(out) += std::string(n) + "=" + v + "\n";
+      },
+      &all);
+  return all;
+}
+
+std::string Json(const std::string& text, const std::string& pointer) {
+  const auto json = nlohmann::json::parse(text, nullptr, false);
+  return json.value(nlohmann::json::json_pointer(pointer), nlohmann::json()).dump();
+}
+
+// "! action" and "? check": a is the first argument, text the last as a text.
+void Step(Run* r, const Words& t, const std::string& a, const std::string& text) {
+  const std::string& w = t[1];
+  const std::string path = r->dir.Path(a), out = w == "out" ? r->ran.out : r->ran.err;
+  std::string listed;
+  struct stat st = {};
+  if (w == "seed")
+    return (void)kovani_host_property_seed(a.c_str(), t[3] == "null" ? nullptr : text.c_str());
+  if (w == "load")
+    return Same(N(kovani_host_property_load((KOVANI_TEST_DATA_DIR "/" + a).c_str())), "0", a);
+  if (w == "let") return Let(a, text);
+  if (w == "file" && t[0] == "!") return (void)r->dir.Write(a, text);
+  if (w == "file" && t.size() > 4)
+    return Check(Read(path).find(text) != std::string::npos, Read(path));
+  if (w == "file") return Same(Read(path), text, a);
+  if (w == "size")
+    return (void)r->dir.Write(a, ""), std::filesystem::resize_file(path, std::stoull(t[3]));
+  if (w == "fifo") return (void)mkfifo(path.c_str(), 0600);
+  if (w == "chmod") return (void)chmod(path.c_str(), std::stoul(t[3], nullptr, 8));
+  if (w == "symlink") return std::filesystem::create_symlink(t[3], path);
+  if (w == "status") return SetStatus(r, t, text);
+  if (w == "proc") return r->proc.reset(), (void)(r->proc = std::make_unique<FakeProc>(path));
+  for (size_t i = 2; w == "writes" && i < t.size(); ++i) {
+    std::lock_guard<std::mutex> lock(g_writes_mutex);
+    g_write_limits.push_back(std::stoul(t[i]));
+  }
+  if (w == "umask") return (void)umask(static_cast<mode_t>(std::stoul(a, nullptr, 8)));
+  if (w == "close-stdin")
+    return (void)(r->stdin_copy = dup(STDIN_FILENO)), (void)close(STDIN_FILENO);
+  if (w == "instance") return (void)(g_kovani_qcril_ril_process_instance_id = std::stoi(a));
+  if (w == "shell-flag") return (void)(g_kovani_shell_print_flag = std::stoi(a));
+  if (w == "fail-record") return (void)(g_fail_record = true);
+  if (w == "alarm") return SetAlarm(r);
+  if (w == "wait-lines") return WaitForLines(r, std::stoul(a));
+  if (w == "wait-fired") return WaitFired(std::stoul(a, nullptr, 0));
+  if (w == "wait-threads") return WaitForThreads(r->threads);
+  std::unique_lock<std::mutex> calls(g_mutex);
+  if (w == "fired") return Same(N(g_fired[std::stoul(a, nullptr, 0)]), t[3], a);
+  if (w == "params") return Check(g_params[std::stoul(a)] == g_caller_owned, a);
+  if (w == "detached") return Check(g_detached == PTHREAD_CREATE_DETACHED, w);
+  calls.unlock();
+  if (w[0] == '@')
+    return Same(std::string(r->bufs[w.substr(1)].data(),
+                            t.size() > 3 ? std::stoul(a) : strlen(r->bufs[w.substr(1)].data())),
+                text, w);
+  if (w[0] == '&') return Same(N(r->ints[w.substr(1)]), N(std::stoll(a, nullptr, 0)), w);
+  if (w == "prop") return Same(Stored(a.c_str()), text, a);
+  if (w == "mode")
+    return Same(N(stat(path.c_str(), &st) == 0 ? st.st_mode & 07777 : 0),
+                N(std::stoul(t[3], nullptr, 8)), a);
+  if (w == "link") return Check(std::filesystem::is_symlink(path), a);
+  if (w == "absent")
+    return Check(!std::filesystem::exists(std::filesystem::symlink_status(path)), a);
+  // The record of kovani_get_current_pid_info, cleared whole first.
+  if (w == "info")
+    return Same(N(r->info.p_id) + r->info.p_name + N(r->info.p_name[255]), a + text + "0", w);
+  if (w == "heap") return Check(r->heap == nullptr, w);
+  if (w == "took") return Check(r->took >= std::chrono::seconds(std::stoi(a)), w);
+  if (w == "console")
+    return Check((r->console->Text().find(text) != std::string::npos) == (a == "has"), text);
+  for (size_t i = 2; w == "unframed" && i < t.size(); ++i)
+    listed += (ParseText(t[i], &listed), listed) + "\n";
+  if (w == "unframed") return Same(Lines(r, false, ""), listed, w);
+  if (w == "frame") return Same(r->console->Text(), Lines(r, true, text), w);
+  if (w == "reports") return Same(r->reports, text, w), r->reports.clear();
+  if (w == "all") return Same(All(), text, w);
+  if (w == "env") return r->tool.env.push_back(text);
+  if (w == "input") return (void)(r->tool.input = text);
+  if (w == "stdout" || w == "stderr")
+    return (void)((w == "stdout" ? r->tool.out : r->tool.err) = text);
+  if (w == "adb" && !StartAdb(r)) GTEST_SKIP() << "no adb on PATH";
+  if (w == "adb" && t.size() > 3)
+    r->adb->SetDevice(t[2], t[3], Read(KOVANI_TEST_DATA_DIR "/kestrel_cert.getprop"));
+  if (w == "exit") return Same(N(r->ran.status), a, r->ran.err);
+  if (w == "out" || w == "err")
+    return Check((a == "is" ? out == text : out.find(text) != std::string::npos) == (a != "lacks"),
+                 out);
+  if (w == "json") return Same(Json(r->ran.out, a), nlohmann::json::parse(t[3]).dump(), r->ran.out);
+  if (w != "adb" && w != "writes") ADD_FAILURE() << "unknown step " << w;
+}
+
+// "$ ARGS": runs the tool.
+void RunTool(Run* run, const Words& t) {
+#ifdef KOVANI_TOOL
+  Words argv = {KOVANI_TOOL};
+  std::string text;
+  for (size_t i = 1; i < t.size(); ++i) argv.push_back(ParseText(t[i], &text) ? text : "");
+  run->tool.env.insert(run->tool.env.end(), {"KOVANI_PROPERTY_PROFILE", "KOVANI_PROPERTY_PERSIST"});
+  run->ran = RunChild(argv, run->tool);
+  run->tool.input = run->tool.out = run->tool.err = "";
+#else
+  GTEST_SKIP() << "built without the tool: " << t[0];
+#endif
 }
 
 // The caller's lines under "", each other thread's under a label.
-using Blocks = std::map<std::string, std::vector<std::string>>;
+using Blocks = std::map<std::string, Words>;
 
-bool BlockMatches(const std::vector<std::string>& expected,
-                  const std::vector<std::string>& actual) {
+bool BlockMatches(const Words& expected, const Words& actual) {
   if (expected.size() != actual.size()) return false;
   for (size_t i = 0; i < expected.size(); ++i) {
     if (!Matches(Substitute(expected[i]), actual[i])) return false;
@@ -479,8 +544,9 @@ bool BlocksMatch(Blocks expected, Blocks actual) {
   for (const auto& [label, block] : expected) {
     auto it = actual.begin();
     while (!label.empty() && it != actual.end() &&
-           (it->first.empty() || !BlockMatches(block, it->second)))
+           (it->first.empty() || !BlockMatches(block, it->second))) {
       ++it;
+    }
     if (label.empty()) continue;
     if (it == actual.end()) return false;
     actual.erase(it);
@@ -500,6 +566,27 @@ bool Flagged(const Sequence& sequence, const char* flag) {
   return std::find(sequence.flags.begin(), sequence.flags.end(), flag) != sequence.flags.end();
 }
 
+void RunSteps(Run* run, const Sequence& sequence, Blocks* expected,
+              const ::testing::TestPartResultArray& failures) {
+  for (const std::string& step : sequence.steps) {
+    const size_t space = step.find(' ');
+    const Words t = Tokens(Substitute(step));
+    std::string a, text;
+    if (t.size() > 2) ParseText(t[2], &a);
+    if (t.size() > 1) ParseText(t.back(), &text);
+    if (step[0] == '>') Call(run, t);
+    if (step[0] == '$') RunTool(run, t);
+    if (step[0] == '@') (*expected)[step.substr(0, space)].push_back(step.substr(space + 1));
+    if (step[0] == 'E' || step[0] == 'D') (*expected)[""].push_back(step);
+    if (step[0] == '!' || step[0] == '?') Step(run, t, a, text);
+    const int last = failures.size() - 1;
+    if (last >= 0 && (failures.GetTestPartResult(last).fatally_failed() ||
+                      failures.GetTestPartResult(last).skipped())) {
+      return;
+    }
+  }
+}
+
 void RunSequence(const Sequence& sequence) {
   SCOPED_TRACE(sequence.name);
   kovani_host_property_reset();
@@ -509,7 +596,7 @@ void RunSequence(const Sequence& sequence) {
   g_kovani_qcril_ril_process_instance_id = 0;
   g_kovani_shell_print_flag = 1;
   {
-    std::lock_guard<std::mutex> lock(g_vars_mutex);
+    std::lock_guard<std::mutex> lock(g_mutex);
     g_vars = {{"pid", std::to_string(getpid())}, {"task", OwnTaskName()}};
   }
   const size_t fds = Count("/proc/self/fd");
@@ -522,22 +609,15 @@ void RunSequence(const Sequence& sequence) {
     Run run;
     run.threads = Count("/proc/self/task");
     Let("dir", run.dir.Path(""));
+    kovani_host_property_set_reporter(Report, &run);
     ConsoleCapture console;
     SyslogCapture syslog;
     run.syslog = &syslog;
     run.console = &console;
-    for (const std::string& step : sequence.steps) {
-      const size_t space = step.find(' ');
-      if (step[0] == '>') Call(&run, Tokens(Substitute(step)));
-      if (step[0] == '!') Action(&run, Tokens(Substitute(step)));
-      if (step[0] == '?') Check(&run, Tokens(Substitute(step)));
-      if (step[0] == '@') expected[step.substr(0, space)].push_back(step.substr(space + 1));
-      if (step[0] == 'E' || step[0] == 'D') expected[""].push_back(step);
-      if (failures.size() > 0 && failures.GetTestPartResult(failures.size() - 1).fatally_failed()) {
-        break;
-      }
-    }
+    RunSteps(&run, sequence, &expected, failures);
+    run.StopAdb();
     WaitForThreads(run.threads);
+    kovani_host_property_set_reporter(nullptr, nullptr);
     std::map<pid_t, std::string> labels = {{gettid(), ""}};
     for (const SyslogLine& line : syslog.lines()) {
       if (!line.framed) continue;
@@ -548,6 +628,7 @@ void RunSequence(const Sequence& sequence) {
   }
   for (int i = 0; i < failures.size(); ++i) {
     const ::testing::TestPartResult& failure = failures.GetTestPartResult(i);
+    if (failure.skipped()) GTEST_SKIP() << failure.message();
     ADD_FAILURE_AT(failure.file_name(), failure.line_number()) << failure.message();
   }
   EXPECT_EQ(Count("/proc/self/fd"), fds) << "descriptors left open";
@@ -561,14 +642,16 @@ void RunSequence(const Sequence& sequence) {
 const std::vector<Sequence>& Catalogue() {
   static const auto* sequences = [] {
     auto* result = new std::vector<Sequence>;
-    std::ifstream in(KOVANI_CATALOGUE);
-    for (std::string line; std::getline(in, line);) {
-      if (line.rfind("== ", 0) == 0) {
-        const std::vector<std::string> words = Tokens(line.substr(3));
-        result->push_back({words[0], {words.begin() + 1, words.end()}, {}});
-      } else if (!line.empty() && line[0] != '#' && !result->empty()) {
-        result->back().steps.push_back(
-            std::string("ED@").find(line[0]) != std::string::npos ? Unescape(line) : line);
+    for (const std::string& file : Tokens(KOVANI_SEQUENCES)) {
+      std::ifstream in(file);
+      for (std::string line; std::getline(in, line);) {
+        if (line.rfind("== ", 0) == 0) {
+          const Words words = Tokens(line.substr(3));
+          result->push_back({words[0], {words.begin() + 1, words.end()}, {}});
+        } else if (!line.empty() && line[0] != '#' && !result->empty()) {
+          result->back().steps.push_back(
+              std::string("ED@").find(line[0]) != std::string::npos ? Unescape(line) : line);
+        }
       }
     }
     return result;
@@ -601,8 +684,9 @@ void RunCatalogueSuite(const std::string& suite) {
 // Fails the allocation of a timer record when a sequence asks for it.
 extern "C" void* calloc(size_t count, size_t size) {
   static void* (*real)(size_t, size_t) = nullptr;
-  if (real == nullptr)
+  if (real == nullptr) {
     real = reinterpret_cast<void* (*)(size_t, size_t)>(dlsym(RTLD_NEXT, "calloc"));
+  }
   if (count == 1 && size == sizeof(kovani_timer_callback_s_type) &&
       kovani_test::g_fail_record.exchange(false)) {
     return nullptr;
