@@ -1,10 +1,13 @@
-#include "catalogue.h"
-
-#include <ctype.h>
+// Runs the sequences of the data files, and holds the fakes they need: the
+// system-log and console capture, the /proc stand-in, and failing
+// allocations, thread starts and writes.
+#include <cutils/properties.h>
 #include <dirent.h>
 #include <dlfcn.h>
 #include <gtest/gtest-spi.h>
+#include <gtest/gtest.h>
 #include <signal.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -13,32 +16,186 @@
 #include <chrono>
 #include <condition_variable>
 #include <deque>
+#include <filesystem>
+#include <fstream>
 #include <functional>
-#include <memory>
+#include <map>
 #include <mutex>
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <thread>
 
-#include "child_process.h"
-#include "fake_adb.h"
-#include "fake_proc.h"
-#include "library_test.h"
-#include "text.h"
+#include "kovani_host_properties.h"
+#include "kovani_utils.h"
+#include "support.h"
+#include "syslog_sink.h"
 
 namespace kovani_test {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 using Words = std::vector<std::string>;
+namespace fs = std::filesystem;
 
-// {name} values, and what the timer callbacks saw: callbacks run on other
-// threads.
+// ---- Text forms ----
+
+// "\t", "\r", "\n", "\v", "\f", "\\", "\"" and "\xNN" stand for those bytes.
+std::string Unescape(const std::string& text) {
+  std::string out;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != '\\' || i + 1 == text.size()) {
+      out += text[i];
+    } else if (text[++i] == 'x') {
+      out += static_cast<char>(std::stoi(text.substr(i + 1, 2), nullptr, 16));
+      i += 2;
+    } else {
+      const char* code = strchr("t\tr\rn\nv\vf\f", text[i]);
+      out += code != nullptr ? code[1] : text[i];
+    }
+  }
+  return out;
+}
+
+// A text value: "quoted"*count, joined by '+'; a bare word stands for
+// itself. False for null.
+bool ParseText(const std::string& token, std::string* out) {
+  if (token == "null") return false;
+  *out = token.empty() || token[0] != '"' ? token : "";
+  for (size_t at = 0; at < token.size() && token[at] == '"';) {
+    size_t end = at + 1, count = 1, used = 0;
+    while (end < token.size() && token[end] != '"') end += token[end] == '\\' ? 2 : 1;
+    const std::string piece = Unescape(token.substr(at + 1, end - at - 1));
+    at = end + 1;
+    if (at < token.size() && token[at] == '*') count = std::stoul(token.substr(at + 1), &used);
+    at += used == 0 ? 0 : used + 1;
+    for (size_t i = 0; i < count; ++i) *out += piece;
+    if (at < token.size() && token[at] == '+') ++at;
+  }
+  return true;
+}
+
+// Words split at `separator` outside quotes.
+Words Tokens(const std::string& line, char separator = ' ') {
+  Words tokens;
+  bool quoted = false;
+  std::string token;
+  for (size_t i = 0; i <= line.size(); ++i) {
+    const char c = i < line.size() ? line[i] : separator;
+    if (!quoted && c == separator) {
+      if (!token.empty()) tokens.push_back(token);
+      token.clear();
+      continue;
+    }
+    quoted = c == '"' && (i == 0 || line[i - 1] != '\\') ? !quoted : quoted;
+    token += c;
+  }
+  return tokens;
+}
+
+std::string N(long long number) { return std::to_string(number); }
+
+std::string Read(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// ---- The sinks ----
+
+constexpr int kErr = 3;  // LOG_ERR
+
+// A system-log line; a framed one, "<prefix>[<file>:<line>] <func>: <body>",
+// split into those parts. The prefix is "SUB[<n>]" or "[<task name>]".
+struct SyslogLine {
+  int priority = 0;
+  pid_t thread = 0;
+  bool framed = false;
+  std::string text, prefix, file, line, func, body;
+};
+
+std::mutex g_lines_mutex;
+std::vector<SyslogLine> g_lines;
+
+__attribute__((format(printf, 2, 0))) void Record(int priority, const char* format, va_list args) {
+  static const std::regex frame(R"(([\s\S]*)\[(\w+\.cpp):(\d+)\] (\w+): ([\s\S]*))");
+  SyslogLine line;
+  line.priority = priority;
+  line.thread = gettid();
+  va_list copy;
+  va_copy(copy, args);
+  line.text.resize(std::max(vsnprintf(nullptr, 0, format, copy), 0));
+  va_end(copy);
+  vsnprintf(line.text.data(), line.text.size() + 1, format, args);
+  std::smatch m;
+  if ((line.framed = std::regex_match(line.text, m, frame))) {
+    line.prefix = m[1], line.file = m[2], line.line = m[3], line.func = m[4], line.body = m[5];
+  }
+  std::lock_guard<std::mutex> lock(g_lines_mutex);
+  g_lines.push_back(std::move(line));
+}
+
+std::vector<SyslogLine> Lines() {
+  std::lock_guard<std::mutex> lock(g_lines_mutex);
+  return g_lines;
+}
+
+// Descriptor 1 goes to a temporary file while this lives.
+struct Console {
+  Console() {
+    fflush(stdout);
+    FILE* file = tmpfile();
+    fd = dup(fileno(file));
+    fclose(file);
+    dup2(fd, STDOUT_FILENO);
+  }
+  ~Console() {
+    fflush(stdout);
+    dup2(saved, STDOUT_FILENO);
+    close(saved);
+    close(fd);
+  }
+  std::string Text() const {
+    fflush(stdout);
+    return Read("/dev/fd/" + N(fd));  // not under the fake /proc
+  }
+  int saved = dup(STDOUT_FILENO), fd = -1;
+};
+
+// ---- The fakes ----
+
+// What stands for /proc in opendir and fopen; empty for the real one.
+std::mutex g_proc_mutex;
+std::string g_proc_root;
+
+std::string Mapped(const char* path) {
+  std::lock_guard<std::mutex> lock(g_proc_mutex);
+  if (g_proc_root.empty() || path == nullptr || strncmp(path, "/proc", 5) != 0) return path;
+  return path[5] == '\0' || path[5] == '/' ? g_proc_root + (path + 5) : path;
+}
+
+void FakeProc(const std::string& root) {
+  std::lock_guard<std::mutex> lock(g_proc_mutex);
+  g_proc_root = root;
+}
+
+std::atomic<bool> g_fail_record{false};   // the next timer record allocation
+std::atomic<bool> g_fail_threads{false};  // every thread start
+std::mutex g_writes_mutex;
+std::deque<size_t> g_write_limits;  // of the next writes to a file
+
+template <typename Fn>
+Fn Real(const char* name) {
+  return reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
+}
+
+// ---- What the timer callbacks and threads saw ----
+
 std::mutex g_mutex;
 std::condition_variable g_changed;
-std::map<std::string, std::string> g_vars;
+std::map<std::string, std::string> g_vars;  // {name} values
 std::map<uint32_t, int> g_fired;
 std::map<uint32_t, void*> g_params;
 int g_detached = -1;
+char g_caller_owned[8] = "mine";
 
 void Let(const std::string& name, const std::string& value) {
   std::lock_guard<std::mutex> lock(g_mutex);
@@ -55,48 +212,21 @@ std::string Substitute(std::string text) {
   return text;
 }
 
-std::string Show(const char* text) {
-  if (text == nullptr) return "null";
-  std::string out = "\"";
-  for (const unsigned char c : std::string(text)) {
-    char hex[5];
-    snprintf(hex, sizeof(hex), "\\x%02x", c);
-    out += c < 0x20 || c > 0x7e || c == '"' || c == '\\' ? hex : std::string(1, char(c));
-  }
-  return out + "\"";
-}
-
-// "{*}" in the expected line stands for any text; blanks at the end do not count.
-bool Matches(std::string expected, std::string actual) {
-  expected.erase(expected.find_last_not_of(" \t") + 1);
-  actual.erase(actual.find_last_not_of(" \t") + 1);
-  size_t from = 0, pos = 0;
-  for (size_t star; (star = expected.find("{*}", from)) != std::string::npos; from = star + 3) {
-    const size_t found = actual.find(expected.substr(from, star - from), pos);
-    if (found == std::string::npos || (from == 0 && found != 0)) return false;
-    pos = found + star - from;
-  }
-  const std::string tail = expected.substr(from);
-  return from == 0 ? actual == tail
-                   : actual.size() >= pos + tail.size() &&
-                         actual.compare(actual.size() - tail.size(), tail.size(), tail) == 0;
-}
-
-void Record(uint32_t id, void* params) {
+void Fired(uint32_t id, void* params) {
   std::lock_guard<std::mutex> lock(g_mutex);
   ++g_fired[id];
   g_params[id] = params;
   g_changed.notify_all();
 }
 
-void OnPlain(void* id) { Record(*static_cast<uint32_t*>(id), nullptr); }
+void OnPlain(void* id) { Fired(*static_cast<uint32_t*>(id), nullptr); }
 void OnParams(kovani_timer_callback_handler_params_s_type* p) {
-  Record(p->timer_id, p->extra_params);
+  Fired(p->timer_id, p->extra_params);
 }
 
 // Starts {nested} and stops {pending}.
 void OnReentrant(void* id) {
-  Let("nested", std::to_string(kovani_timer_start(OnPlain, 0)));
+  Let("nested", N(kovani_timer_start(OnPlain, 0)));
   kovani_timer_stop(static_cast<unsigned>(std::stoul(Substitute("{pending}"))));
   OnPlain(id);
 }
@@ -111,11 +241,6 @@ void* Probe(void*) {
   g_detached = state;
   return nullptr;
 }
-
-char g_caller_owned[8] = "mine";
-std::atomic<bool> g_fail_record{false};
-std::mutex g_writes_mutex;
-std::deque<size_t> g_write_limits;  // of the next writes to a file
 
 size_t Count(const char* folder) {
   size_t count = 0;
@@ -133,48 +258,46 @@ void WaitForThreads(size_t count) {
   }
 }
 
-std::string Read(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
+// ---- One run of a sequence ----
 
-// The state of one run of a sequence.
 struct Run {
-  TempDir dir;
-  SyslogCapture* syslog = nullptr;
-  ConsoleCapture* console = nullptr;
-  size_t threads = 0;
+  Run() {
+    char path[] = "/tmp/kovani_test_XXXXXX";
+    dir = mkdtemp(path) != nullptr ? std::string(path) + "/" : "";
+    tool.env = {"KOVANI_PROPERTY_PROFILE", "KOVANI_PROPERTY_PERSIST"};  // no profile for the tool
+  }
+  ~Run() {
+    sigaction(SIGALRM, &saved_alarm, nullptr);
+    if (stdin_copy >= 0) dup2(stdin_copy, STDIN_FILENO), close(stdin_copy);
+    FakeProc("");
+    std::error_code ignored;
+    fs::remove_all(dir, ignored);
+  }
+  void Write(const std::string& name, const std::string& text) {
+    fs::create_directories(fs::path(dir + name).parent_path());
+    std::ofstream(dir + name, std::ios::binary) << text;
+  }
+
+  std::string dir;  // the sequence's folder, with its '/'
+  size_t threads = Count("/proc/self/task");
   std::deque<std::string> texts;
   std::deque<std::vector<char>> blobs;
   std::map<std::string, std::vector<char>> bufs;
   std::map<std::string, int> ints;
-  std::unique_ptr<FakeProc> proc;
   kovani_pid_info_s_type info;
   void* heap = nullptr;
   Clock::duration took{};
   std::string reports;  // of the property store
-  ChildOptions tool;    // for the next run of the tool
+  ChildOptions tool;  // for the tool's runs
   ChildRun ran;
-  std::unique_ptr<FakeAdbServer> adb;
+  std::string devices;  // the fake adb's
   struct sigaction saved_alarm = {};
   int stdin_copy = -1;
-  ~Run() {
-    sigaction(SIGALRM, &saved_alarm, nullptr);
-    if (stdin_copy >= 0) dup2(stdin_copy, STDIN_FILENO), close(stdin_copy);
-  }
-  // Never leaves an adb server running.
-  void StopAdb() {
-    if (adb == nullptr) return;
-    ChildOptions plain;
-    plain.built = false;
-    RunChild({"adb", "-P", std::to_string(adb->port()), "kill-server"}, plain);
-    adb.reset();
-  }
+  Console console;
 };
 
 void Report(int kind, const char* file, unsigned long line, const char* reason, void* run) {
-  static_cast<Run*>(run)->reports +=
-      std::to_string(kind) + " " + file + ":" + std::to_string(line) + ": " + reason + "\n";
+  static_cast<Run*>(run)->reports += N(kind) + " " + file + ":" + N(line) + ": " + reason + "\n";
 }
 
 using Proc = void* (*)(void*);
@@ -244,8 +367,10 @@ struct Arg {
   operator Proc() const { return word == "probe" ? Probe : nullptr; }
 };
 
-std::string Result(Run*, const char* text) { return Show(text); }
-std::string Result(Run*, long long number) { return std::to_string(number); }
+std::string Result(Run*, const char* text) {
+  return text == nullptr ? "null" : "\"" + std::string(text) + "\"";
+}
+std::string Result(Run*, long long number) { return N(number); }
 
 using Adapter = std::function<std::string(Run*, const Words&)>;
 
@@ -321,7 +446,7 @@ const std::map<std::string, Adapter>& Adapters() {
       return kovani_host_property_load_text(source, text, text == nullptr ? 0 : strlen(text));
     });
     (*map)["kovani_mem_malloc"] = [](Run* run, const Words& words) {
-      return std::to_string((run->heap = kovani_mem_malloc(std::stoul(words[0]))) != nullptr);
+      return N((run->heap = kovani_mem_malloc(std::stoul(words[0]))) != nullptr);
     };
     return map;
   }();
@@ -340,37 +465,17 @@ void Call(Run* run, Words t) {
   const auto start = Clock::now();
   const std::string result = adapter->second(run, {t.begin() + 2, t.end()});
   run->took = Clock::now() - start;
-  for (const auto& [name, value] : run->ints) Let(name, std::to_string(value));
-  if (!expected.empty() && expected[0] == '$') return Let(expected.substr(1), result);
-  if (!expected.empty()) {
-    EXPECT_EQ(result, expected[0] != '"'
-                          ? expected
-                          : Show(ParseText(expected, &text) ? text.c_str() : nullptr))
-        << t[1];
-  }
+  for (const auto& [name, value] : run->ints) Let(name, N(value));
+  if (expected.empty()) return;
+  if (expected[0] == '$') return Let(expected.substr(1), result);
+  if (expected[0] == '"') expected = "\"" + (ParseText(expected, &text), text) + "\"";
+  EXPECT_EQ(result, expected) << t[1];
 }
 
 void Same(const std::string& actual, const std::string& expected, const std::string& what) {
   EXPECT_EQ(actual, expected) << what;
 }
 void Check(bool passed, const std::string& what) { EXPECT_TRUE(passed) << what; }
-std::string N(long long number) { return std::to_string(number); }
-
-// A fake adb server for the tool's runs, speaking the protocol version of
-// the adb on PATH.
-bool StartAdb(Run* run) {
-  if (run->adb != nullptr) return true;
-  ChildOptions plain;
-  plain.built = false;
-  const std::string out = RunChild({"adb", "version"}, plain).out;
-  const size_t at = out.find("1.0.");
-  if (at == std::string::npos) return false;
-  char version[5];
-  snprintf(version, sizeof(version), "%04x", std::stoi(out.substr(at + 4)));
-  run->adb = std::make_unique<FakeAdbServer>(version);
-  run->tool.env.push_back("ANDROID_ADB_SERVER_PORT=" + N(run->adb->port()));
-  return true;
-}
 
 void SetAlarm(Run* r) {
   struct sigaction on_alarm = {};
@@ -380,12 +485,12 @@ void SetAlarm(Run* r) {
   setitimer(ITIMER_REAL, &in_100ms, nullptr);
 }
 
-void WaitForLines(Run* r, size_t count) {
+void WaitForLines(size_t count) {
   const auto deadline = Clock::now() + std::chrono::seconds(10);
   for (size_t others = 0; others < count && Clock::now() < deadline;) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
     others = 0;
-    for (const SyslogLine& line : r->syslog->lines()) others += line.thread != gettid();
+    for (const SyslogLine& line : Lines()) others += line.thread != gettid();
   }
 }
 
@@ -394,24 +499,33 @@ void WaitFired(uint32_t id) {
   Check(g_changed.wait_for(lock, std::chrono::seconds(5), [id] { return g_fired[id]; }), N(id));
 }
 
+// Starts and stops plain timers; each must draw the next identifier.
+void Churn(uint32_t from, uint32_t to) {
+  for (uint32_t id = from; id <= to; ++id) {
+    const uint32_t got = kovani_timer_start([](void*) {}, 0);
+    kovani_timer_stop(got);
+    if (got != id) return Same(N(got), N(id), "identifier");
+  }
+}
+
 void SetStatus(Run* r, const Words& t, const std::string& text) {
   const std::string file = "proc/" + N(getpid()) + "/status";
-  std::filesystem::remove(r->dir.Path(file));
-  if (t[2] != "null") r->dir.Write(file, text);
-  if (!r->proc) r->proc = std::make_unique<FakeProc>(r->dir.Path("proc"));
+  fs::remove(r->dir + file);
+  if (t[2] != "null") r->Write(file, text);
+  FakeProc(r->dir + "proc");
 }
 
 // The bare sink lines as "PRIORITY text", or each framed line's prefix and
 // file with the console copies that the frame gives.
-std::string Lines(Run* r, bool framed, const std::string& prefix) {
+std::string Shown(bool framed, const std::string& prefix) {
   std::string lines;
-  for (const SyslogLine& l : r->syslog->lines()) {
+  for (const SyslogLine& l : Lines()) {
     const bool timer = l.func.rfind("kovani_timer_", 0) == 0;
     if (!framed && !l.framed) lines += N(l.priority) + " " + l.text + "\n";
     if (!framed || !l.framed) continue;
     Same(l.prefix + l.file, prefix + (timer ? "kovani_utils_timer.cpp" : "kovani_utils_cmn.cpp"),
          l.text);
-    lines += "RIL[" + l.func + ":" + N(l.line) + "]: " + l.body + "\n";
+    lines += "RIL[" + l.func + ":" + l.line + "]: " + l.body + "\n";
   }
   return lines;
 }
@@ -432,27 +546,26 @@ std::string Json(const std::string& text, const std::string& pointer) {
 }
 
 // "! action" and "? check": a is the first argument, text the last as a text.
-void Step(Run* r, const Words& t, const std::string& a, const std::string& text) {
+void Step(Run* r, const Words& t, const std::string& a, std::string text) {
   const std::string& w = t[1];
-  const std::string path = r->dir.Path(a), out = w == "out" ? r->ran.out : r->ran.err;
+  const std::string path = r->dir + a, out = w == "out" ? r->ran.out : r->ran.err;
   std::string listed;
   struct stat st = {};
+  char stored[PROPERTY_VALUE_MAX] = "";
   if (w == "seed")
     return (void)kovani_host_property_seed(a.c_str(), t[3] == "null" ? nullptr : text.c_str());
   if (w == "load")
     return Same(N(kovani_host_property_load((KOVANI_TEST_DATA_DIR "/" + a).c_str())), "0", a);
   if (w == "let") return Let(a, text);
-  if (w == "file" && t[0] == "!") return (void)r->dir.Write(a, text);
-  if (w == "file" && t.size() > 4)
-    return Check(Read(path).find(text) != std::string::npos, Read(path));
+  if (w == "file" && t[0] == "!") return r->Write(a, text);
+  if (w == "file" && t.size() > 4) return Check(Read(path).find(text) != std::string::npos, path);
   if (w == "file") return Same(Read(path), text, a);
-  if (w == "size")
-    return (void)r->dir.Write(a, ""), std::filesystem::resize_file(path, std::stoull(t[3]));
+  if (w == "size") return r->Write(a, ""), fs::resize_file(path, std::stoull(t[3]));
   if (w == "fifo") return (void)mkfifo(path.c_str(), 0600);
   if (w == "chmod") return (void)chmod(path.c_str(), std::stoul(t[3], nullptr, 8));
-  if (w == "symlink") return std::filesystem::create_symlink(t[3], path);
+  if (w == "symlink") return fs::create_symlink(t[3], path);
   if (w == "status") return SetStatus(r, t, text);
-  if (w == "proc") return r->proc.reset(), (void)(r->proc = std::make_unique<FakeProc>(path));
+  if (w == "proc") return FakeProc(path);
   for (size_t i = 2; w == "writes" && i < t.size(); ++i) {
     std::lock_guard<std::mutex> lock(g_writes_mutex);
     g_write_limits.push_back(std::stoul(t[i]));
@@ -462,9 +575,10 @@ void Step(Run* r, const Words& t, const std::string& a, const std::string& text)
     return (void)(r->stdin_copy = dup(STDIN_FILENO)), (void)close(STDIN_FILENO);
   if (w == "instance") return (void)(g_kovani_qcril_ril_process_instance_id = std::stoi(a));
   if (w == "shell-flag") return (void)(g_kovani_shell_print_flag = std::stoi(a));
-  if (w == "fail-record") return (void)(g_fail_record = true);
+  if (w == "fail") return (a == "record" ? g_fail_record : g_fail_threads).store(t[3] == "on");
+  if (w == "churn") return Churn(std::stoul(a), std::stoul(t[3]));
   if (w == "alarm") return SetAlarm(r);
-  if (w == "wait-lines") return WaitForLines(r, std::stoul(a));
+  if (w == "wait-lines") return WaitForLines(std::stoul(a));
   if (w == "wait-fired") return WaitFired(std::stoul(a, nullptr, 0));
   if (w == "wait-threads") return WaitForThreads(r->threads);
   std::unique_lock<std::mutex> calls(g_mutex);
@@ -472,44 +586,46 @@ void Step(Run* r, const Words& t, const std::string& a, const std::string& text)
   if (w == "params") return Check(g_params[std::stoul(a)] == g_caller_owned, a);
   if (w == "detached") return Check(g_detached == PTHREAD_CREATE_DETACHED, w);
   calls.unlock();
-  if (w[0] == '@')
-    return Same(std::string(r->bufs[w.substr(1)].data(),
-                            t.size() > 3 ? std::stoul(a) : strlen(r->bufs[w.substr(1)].data())),
-                text, w);
+  if (w[0] == '@') {
+    const std::vector<char>& buf = r->bufs[w.substr(1)];
+    return Same(std::string(buf.data(), t.size() > 3 ? std::stoul(a) : strlen(buf.data())), text,
+                w);
+  }
   if (w[0] == '&') return Same(N(r->ints[w.substr(1)]), N(std::stoll(a, nullptr, 0)), w);
-  if (w == "prop") return Same(Stored(a.c_str()), text, a);
+  if (w == "prop") return property_get(a.c_str(), stored, ""), Same(stored, text, a);
   if (w == "mode")
     return Same(N(stat(path.c_str(), &st) == 0 ? st.st_mode & 07777 : 0),
                 N(std::stoul(t[3], nullptr, 8)), a);
-  if (w == "link") return Check(std::filesystem::is_symlink(path), a);
-  if (w == "absent")
-    return Check(!std::filesystem::exists(std::filesystem::symlink_status(path)), a);
+  if (w == "link") return Check(fs::is_symlink(path), a);
+  if (w == "absent") return Check(!fs::exists(fs::symlink_status(path)), a);
   // The record of kovani_get_current_pid_info, cleared whole first.
   if (w == "info")
     return Same(N(r->info.p_id) + r->info.p_name + N(r->info.p_name[255]), a + text + "0", w);
   if (w == "heap") return Check(r->heap == nullptr, w);
   if (w == "took") return Check(r->took >= std::chrono::seconds(std::stoi(a)), w);
   if (w == "console")
-    return Check((r->console->Text().find(text) != std::string::npos) == (a == "has"), text);
+    return Check((r->console.Text().find(text) != std::string::npos) == (a == "has"), text);
   for (size_t i = 2; w == "unframed" && i < t.size(); ++i)
-    listed += (ParseText(t[i], &listed), listed) + "\n";
-  if (w == "unframed") return Same(Lines(r, false, ""), listed, w);
-  if (w == "frame") return Same(r->console->Text(), Lines(r, true, text), w);
+    listed += (ParseText(t[i], &text), text) + "\n";
+  if (w == "unframed") return Same(Shown(false, ""), listed, w);
+  if (w == "frame") return Same(r->console.Text(), Shown(true, text), w);
   if (w == "reports") return Same(r->reports, text, w), r->reports.clear();
   if (w == "all") return Same(All(), text, w);
   if (w == "env") return r->tool.env.push_back(text);
   if (w == "input") return (void)(r->tool.input = text);
   if (w == "stdout" || w == "stderr")
     return (void)((w == "stdout" ? r->tool.out : r->tool.err) = text);
-  if (w == "adb" && !StartAdb(r)) GTEST_SKIP() << "no adb on PATH";
-  if (w == "adb" && t.size() > 3)
-    r->adb->SetDevice(t[2], t[3], Read(KOVANI_TEST_DATA_DIR "/kestrel_cert.getprop"));
+  if (w == "adb") {
+    r->devices += t.size() > 3 ? t[2] + "\t" + t[3] + "\n" : "";
+    r->tool.env.push_back("PATH=" KOVANI_TEST_DATA_DIR "/fake-adb:" + std::string(getenv("PATH")));
+    return r->tool.env.push_back("KOVANI_FAKE_ADB_DEVICES=" + r->devices);
+  }
   if (w == "exit") return Same(N(r->ran.status), a, r->ran.err);
   if (w == "out" || w == "err")
     return Check((a == "is" ? out == text : out.find(text) != std::string::npos) == (a != "lacks"),
                  out);
   if (w == "json") return Same(Json(r->ran.out, a), nlohmann::json::parse(t[3]).dump(), r->ran.out);
-  if (w != "adb" && w != "writes") ADD_FAILURE() << "unknown step " << w;
+  if (w != "writes") ADD_FAILURE() << "unknown step " << w;
 }
 
 // "$ ARGS": runs the tool.
@@ -518,7 +634,6 @@ void RunTool(Run* run, const Words& t) {
   Words argv = {KOVANI_TOOL};
   std::string text;
   for (size_t i = 1; i < t.size(); ++i) argv.push_back(ParseText(t[i], &text) ? text : "");
-  run->tool.env.insert(run->tool.env.end(), {"KOVANI_PROPERTY_PROFILE", "KOVANI_PROPERTY_PERSIST"});
   run->ran = RunChild(argv, run->tool);
   run->tool.input = run->tool.out = run->tool.err = "";
 #else
@@ -526,28 +641,36 @@ void RunTool(Run* run, const Words& t) {
 #endif
 }
 
+// "{*}" in the expected line stands for any text; blanks at the end do not count.
+bool Matches(std::string expected, std::string actual) {
+  static const std::regex special(R"([.^$|()\[\]{}*+?\\])");
+  expected = Substitute(expected);
+  expected.erase(expected.find_last_not_of(" \t") + 1);
+  actual.erase(actual.find_last_not_of(" \t") + 1);
+  if (expected.find("{*}") == std::string::npos) return expected == actual;
+  const std::string pattern = std::regex_replace(expected, special, R"(\$&)");
+  return std::regex_match(
+      actual, std::regex(std::regex_replace(pattern, std::regex(R"(\\\{\\\*\\\})"), "[\\s\\S]*")));
+}
+
 // The caller's lines under "", each other thread's under a label.
 using Blocks = std::map<std::string, Words>;
 
 bool BlockMatches(const Words& expected, const Words& actual) {
-  if (expected.size() != actual.size()) return false;
-  for (size_t i = 0; i < expected.size(); ++i) {
-    if (!Matches(Substitute(expected[i]), actual[i])) return false;
-  }
-  return true;
+  return expected.size() == actual.size() &&
+         std::equal(expected.begin(), expected.end(), actual.begin(), Matches);
 }
 
 // Other threads may start in any order: each expected block takes the first
 // actual one it matches.
 bool BlocksMatch(Blocks expected, Blocks actual) {
   if (!BlockMatches(expected[""], actual[""]) || expected.size() != actual.size()) return false;
+  actual.erase("");
   for (const auto& [label, block] : expected) {
-    auto it = actual.begin();
-    while (!label.empty() && it != actual.end() &&
-           (it->first.empty() || !BlockMatches(block, it->second))) {
-      ++it;
-    }
     if (label.empty()) continue;
+    auto it = std::find_if(actual.begin(), actual.end(), [&block = block](const auto& a) {
+      return BlockMatches(block, a.second);
+    });
     if (it == actual.end()) return false;
     actual.erase(it);
   }
@@ -589,15 +712,19 @@ void RunSteps(Run* run, const Sequence& sequence, Blocks* expected,
 
 void RunSequence(const Sequence& sequence) {
   SCOPED_TRACE(sequence.name);
-  kovani_host_property_reset();
-  if (Flagged(sequence, "quiet")) {
-    Seed({{"persist.vendor.radio.adb_log_zu", "0"}, {"persist.vendor.radio.adb_log_shell", "0"}});
+  if (!Flagged(sequence, "as-loaded")) {
+    kovani_host_property_reset();
+    g_kovani_qcril_ril_process_instance_id = 0;
+    g_kovani_shell_print_flag = 1;
   }
-  g_kovani_qcril_ril_process_instance_id = 0;
-  g_kovani_shell_print_flag = 1;
+  if (Flagged(sequence, "quiet")) {
+    kovani_host_property_seed("persist.vendor.radio.adb_log_zu", "0");
+    kovani_host_property_seed("persist.vendor.radio.adb_log_shell", "0");
+  }
   {
     std::lock_guard<std::mutex> lock(g_mutex);
-    g_vars = {{"pid", std::to_string(getpid())}, {"task", OwnTaskName()}};
+    g_vars = {{"pid", N(getpid())}, {"task", Read("/proc/self/comm")}};
+    g_vars["task"].pop_back();
   }
   const size_t fds = Count("/proc/self/fd");
   Blocks expected, actual;
@@ -606,25 +733,24 @@ void RunSequence(const Sequence& sequence) {
   {
     ::testing::ScopedFakeTestPartResultReporter reporter(
         ::testing::ScopedFakeTestPartResultReporter::INTERCEPT_ALL_THREADS, &failures);
+    {
+      std::lock_guard<std::mutex> lock(g_lines_mutex);
+      g_lines.clear();
+    }
+    SetSyslogHandler(Record);
     Run run;
-    run.threads = Count("/proc/self/task");
-    Let("dir", run.dir.Path(""));
+    Let("dir", run.dir);
     kovani_host_property_set_reporter(Report, &run);
-    ConsoleCapture console;
-    SyslogCapture syslog;
-    run.syslog = &syslog;
-    run.console = &console;
     RunSteps(&run, sequence, &expected, failures);
-    run.StopAdb();
     WaitForThreads(run.threads);
     kovani_host_property_set_reporter(nullptr, nullptr);
-    std::map<pid_t, std::string> labels = {{gettid(), ""}};
-    for (const SyslogLine& line : syslog.lines()) {
-      if (!line.framed) continue;
-      const std::string& label =
-          labels.emplace(line.thread, "@" + std::to_string(labels.size())).first->second;
-      actual[label].push_back((line.priority == kErr ? "E " : "D ") + line.func + ": " + line.body);
-    }
+    SetSyslogHandler(nullptr);
+  }
+  std::map<pid_t, std::string> labels = {{gettid(), ""}};
+  for (const SyslogLine& line : Lines()) {
+    if (!line.framed) continue;
+    const std::string& label = labels.emplace(line.thread, "@" + N(labels.size())).first->second;
+    actual[label].push_back((line.priority == kErr ? "E " : "D ") + line.func + ": " + line.body);
   }
   for (int i = 0; i < failures.size(); ++i) {
     const ::testing::TestPartResult& failure = failures.GetTestPartResult(i);
@@ -635,6 +761,19 @@ void RunSequence(const Sequence& sequence) {
   EXPECT_TRUE(BlocksMatch(expected, actual)) << "expected:\n"
                                              << Show(expected) << "actual:\n"
                                              << Show(actual);
+}
+
+// The sequence a fresh copy of this binary runs, named in its environment.
+constexpr char kFresh[] = "KOVANI_TEST_FRESH";
+constexpr int kFreshPassed = 42;  // no sanitizer's or valgrind's verdict
+
+void RunFresh(const Sequence& sequence) {
+  const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
+  const std::string name = std::string(test->test_suite_name()) + "." + test->name();
+  ChildOptions options;
+  options.env = {std::string(kFresh) + "=" + sequence.name};
+  const ChildRun run = RunChild({SelfPath(), "--gtest_filter=" + name}, options);
+  EXPECT_EQ(run.status, kFreshPassed) << sequence.name << " in a fresh process:\n" << run.out;
 }
 
 }  // namespace
@@ -669,24 +808,38 @@ std::vector<std::string> CatalogueSuites() {
 }
 
 void RunCatalogueSuite(const std::string& suite) {
+  const char* fresh = getenv(kFresh);
   for (const Sequence& sequence : Catalogue()) {
     if (sequence.name.rfind(suite + "/", 0) != 0) continue;
-    if (Flagged(sequence, "fresh")) {
-      InFreshProcess(sequence.name, [&sequence] { RunSequence(sequence); });
-    } else if (!InFreshChild()) {
+    if (fresh == nullptr) {
+      Flagged(sequence, "fresh") ? RunFresh(sequence) : RunSequence(sequence);
+    } else if (sequence.name == fresh) {
       RunSequence(sequence);
+      fflush(stdout);
+      const int status = ::testing::Test::HasFailure() ? 1 : kFreshPassed;
+#ifdef KOVANI_TEST_COVERAGE
+      exit(status);  // every module writes its counters at exit
+#else
+      _exit(status);  // timer threads may still run: no static destructors under them
+#endif
     }
   }
 }
 
 }  // namespace kovani_test
 
-// Fails the allocation of a timer record when a sequence asks for it.
+extern "C" DIR* opendir(const char* path) {
+  static const auto real = kovani_test::Real<DIR* (*)(const char*)>("opendir");
+  return real(kovani_test::Mapped(path).c_str());
+}
+
+extern "C" FILE* fopen(const char* path, const char* mode) {
+  static const auto real = kovani_test::Real<FILE* (*)(const char*, const char*)>("fopen");
+  return path == nullptr ? real(path, mode) : real(kovani_test::Mapped(path).c_str(), mode);
+}
+
 extern "C" void* calloc(size_t count, size_t size) {
-  static void* (*real)(size_t, size_t) = nullptr;
-  if (real == nullptr) {
-    real = reinterpret_cast<void* (*)(size_t, size_t)>(dlsym(RTLD_NEXT, "calloc"));
-  }
+  static const auto real = kovani_test::Real<void* (*)(size_t, size_t)>("calloc");
   if (count == 1 && size == sizeof(kovani_timer_callback_s_type) &&
       kovani_test::g_fail_record.exchange(false)) {
     return nullptr;
@@ -694,11 +847,18 @@ extern "C" void* calloc(size_t count, size_t size) {
   return real(count, size);
 }
 
+extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attr, void* (*start)(void*),
+                              void* arg) {
+  static const auto real =
+      kovani_test::Real<int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>(
+          "pthread_create");
+  return kovani_test::g_fail_threads ? EAGAIN : real(thread, attr, start, arg);
+}
+
 // Cuts the next writes to a file (not the standard streams) to the limits a
 // sequence set, to reach the copy's short-write paths.
 extern "C" ssize_t write(int fd, const void* buf, size_t count) {
-  static const auto real =
-      reinterpret_cast<ssize_t (*)(int, const void*, size_t)>(dlsym(RTLD_NEXT, "write"));
+  static const auto real = kovani_test::Real<ssize_t (*)(int, const void*, size_t)>("write");
   if (fd > STDERR_FILENO) {
     std::lock_guard<std::mutex> lock(kovani_test::g_writes_mutex);
     if (!kovani_test::g_write_limits.empty()) {

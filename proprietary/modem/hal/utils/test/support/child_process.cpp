@@ -1,31 +1,19 @@
-#include "child_process.h"
-
 #include <fcntl.h>
 #include <limits.h>
 #include <spawn.h>
+#include <string.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <sstream>
 
+#include "support.h"
+
 extern char** environ;
 
 namespace kovani_test {
 namespace {
-
-std::vector<std::string> Environment(const std::vector<std::string>& changes) {
-  std::vector<std::string> env;
-  for (char** e = environ; *e != nullptr; ++e) env.emplace_back(*e);
-  for (const std::string& change : changes) {
-    const std::string prefix = change.substr(0, change.find('=')) + "=";
-    env.erase(std::remove_if(env.begin(), env.end(),
-                             [&prefix](const std::string& e) { return e.rfind(prefix, 0) == 0; }),
-              env.end());
-    if (change.size() >= prefix.size()) env.push_back(change);
-  }
-  return env;
-}
 
 std::vector<char*> Pointers(std::vector<std::string>& strings) {
   std::vector<char*> pointers;
@@ -37,22 +25,15 @@ std::vector<char*> Pointers(std::vector<std::string>& strings) {
 // An anonymous file holding text, read from its start.
 FILE* TempFile(const std::string& text) {
   FILE* file = fdopen(open("/tmp", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600), "w+");
-  if (file != nullptr) {
-    fwrite(text.data(), 1, text.size(), file);
-    rewind(file);
-  }
+  if (file != nullptr) fwrite(text.data(), 1, text.size(), file), rewind(file);
   return file;
 }
 
-void Redirect(posix_spawn_file_actions_t* actions, int fd, const std::string& target,
-              int fallback) {
-  if (target.empty()) {
-    posix_spawn_file_actions_adddup2(actions, fallback, fd);
-  } else if (target == "-") {
-    posix_spawn_file_actions_addclose(actions, fd);
-  } else {
-    posix_spawn_file_actions_addopen(actions, fd, target.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0600);
+void Redirect(posix_spawn_file_actions_t* actions, int fd, const std::string& to, int captured) {
+  if (to.empty()) posix_spawn_file_actions_adddup2(actions, captured, fd);
+  if (to == "-") posix_spawn_file_actions_addclose(actions, fd);
+  if (!to.empty() && to != "-") {
+    posix_spawn_file_actions_addopen(actions, fd, to.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
   }
 }
 
@@ -72,25 +53,28 @@ std::string SelfPath() {
 }
 
 Child::Child(const std::vector<std::string>& argv, const ChildOptions& options) {
-  std::vector<std::string> args;
-#ifdef KOVANI_TEST_EMULATOR
+  std::vector<std::string> args, env;
   std::istringstream emulator(KOVANI_TEST_EMULATOR);
   for (std::string word; options.built && emulator >> word;) args.push_back(word);
-#endif
   args.insert(args.end(), argv.begin(), argv.end());
-  std::vector<std::string> env = Environment(options.env);
+  for (char** e = environ; *e != nullptr; ++e) env.emplace_back(*e);
+  for (const std::string& change : options.env) {
+    const std::string name = change.substr(0, change.find('=')) + "=";
+    env.erase(std::remove_if(env.begin(), env.end(),
+                             [&name](const std::string& e) { return e.rfind(name, 0) == 0; }),
+              env.end());
+    if (change.size() >= name.size()) env.push_back(change);
+  }
   FILE* in = TempFile(options.input);
   err_ = TempFile("");
   int out[2] = {-1, -1};
   if (in == nullptr || err_ == nullptr || pipe2(out, O_CLOEXEC) != 0) return;
-
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, fileno(in), STDIN_FILENO);
   Redirect(&actions, STDOUT_FILENO, options.out, out[1]);
   Redirect(&actions, STDERR_FILENO, options.err, fileno(err_));
-  std::vector<char*> argp = Pointers(args);
-  std::vector<char*> envp = Pointers(env);
+  std::vector<char*> argp = Pointers(args), envp = Pointers(env);
   if (posix_spawnp(&pid_, argp[0], &actions, nullptr, argp.data(), envp.data()) != 0) pid_ = -1;
   posix_spawn_file_actions_destroy(&actions);
   fclose(in);
@@ -107,8 +91,7 @@ Child::~Child() {
 bool Child::ReadLine(std::string* line) {
   char buf[4096];
   if (out_ == nullptr || fgets(buf, sizeof(buf), out_) == nullptr) return false;
-  *line = buf;
-  if (!line->empty() && line->back() == '\n') line->pop_back();
+  *line = std::string(buf, strcspn(buf, "\n"));
   return true;
 }
 
@@ -120,10 +103,7 @@ ChildRun Child::Wait() {
     run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   }
   pid_ = -1;
-  if (err_ != nullptr) {
-    rewind(err_);
-    run.err = Rest(err_);
-  }
+  if (err_ != nullptr) rewind(err_), run.err = Rest(err_);
   return run;
 }
 
