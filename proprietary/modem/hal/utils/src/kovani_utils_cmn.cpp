@@ -49,25 +49,29 @@ std::atomic<bool> current_pid_info_filled{false};
 // Text that callers read without a lock while another thread may rewrite it
 // is copied byte by byte with atomic operations, and rewritten only when it
 // changes, so a value that stays the same is never seen torn.
+template <int Order = __ATOMIC_RELAXED>
 void load_shared_text(char* to, const char* shared) {
-  for (int i = 0; i < kTextBufSize; ++i) to[i] = __atomic_load_n(&shared[i], __ATOMIC_RELAXED);
+  for (int i = 0; i < kTextBufSize; ++i) to[i] = __atomic_load_n(&shared[i], Order);
 }
 
+template <int Order = __ATOMIC_RELAXED>
 void store_shared_text(char* shared, const char* from) {
-  for (int i = 0; i < kTextBufSize; ++i) __atomic_store_n(&shared[i], from[i], __ATOMIC_RELAXED);
+  for (int i = 0; i < kTextBufSize; ++i) __atomic_store_n(&shared[i], from[i], Order);
 }
 
 // The shared task name is published like a sequence lock: the count is odd
 // while a writer rewrites it, and a log line copies it out between two equal
-// even counts, so it prints the old or the new name and never a mixture.
+// even counts, so it prints the old or the new name and never a mixture. A
+// reader whose acquiring copy sees any byte of a releasing rewrite also sees
+// the odd count on its second look (no fences: ThreadSanitizer cannot follow
+// them).
 std::atomic<unsigned> task_name_sequence{0};
 
 void load_task_name(char* to) {
   for (;;) {
     const unsigned before = task_name_sequence.load(std::memory_order_acquire);
     if ((before & 1u) == 0) {
-      load_shared_text(to, current_pid_info.p_name);
-      std::atomic_thread_fence(std::memory_order_acquire);
+      load_shared_text<__ATOMIC_ACQUIRE>(to, current_pid_info.p_name);
       if (task_name_sequence.load(std::memory_order_relaxed) == before) return;
     }
     sched_yield();
@@ -83,7 +87,7 @@ void store_task_name(const char* name) {
       count = task_name_sequence.load(std::memory_order_relaxed);
     }
   }
-  store_shared_text(current_pid_info.p_name, name);
+  store_shared_text<__ATOMIC_RELEASE>(current_pid_info.p_name, name);
   task_name_sequence.store(count + 2, std::memory_order_release);
 }
 
