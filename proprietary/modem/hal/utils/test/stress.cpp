@@ -1,0 +1,201 @@
+// The library under a radio daemon's load: twelve threads log at instance
+// 255, ask the build predicates and the vendor region, read and write
+// properties, and start, stop, query and clear timers, while the main thread
+// renames the process. "kovani_stress [SECONDS]" (10 by default) prints
+// what it counted on stderr and exits 1 if anything that must never happen
+// did.
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <deque>
+#include <filesystem>
+#include <mutex>
+#include <random>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "kovani_host_properties.h"
+#include "kovani_utils.h"
+#include "syslog_sink.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+std::atomic<bool> g_stop{false};
+std::atomic<int> g_clears{0};
+std::atomic<long> g_torn{0}, g_wrong_region{0}, g_wrong_answer{0}, g_early{0};
+
+// Every process name the status file gave the library. Linux (6.18, for one)
+// copies a new name without a lock, so a reader may get a mixture of the old
+// and the new name from the kernel itself; the library must add none.
+std::mutex g_served_mutex;
+std::set<std::string> g_served;
+
+// A framed line at instance 255 starts with "[<process name>][".
+__attribute__((format(printf, 2, 0))) void OnLine(int, const char* format, va_list args) {
+  char text[512];
+  vsnprintf(text, sizeof(text), format, args);
+  const char* end = strstr(text, "][");
+  if (text[0] != '[' || end == nullptr) return;  // an announcement
+  std::lock_guard<std::mutex> lock(g_served_mutex);
+  g_torn += g_served.count(std::string(text + 1, static_cast<size_t>(end - text - 1))) == 0;
+}
+
+struct Timer {
+  Clock::time_point start;
+  unsigned long timeout_s = 0;
+  int clears = 0;  // g_clears before the start
+  bool stopped = false;
+  std::atomic<int> fired{0};
+};
+
+void OnFire(kovani_timer_callback_handler_params_s_type* params) {
+  Timer* t = static_cast<Timer*>(params->extra_params);
+  if (Clock::now() - t->start < std::chrono::seconds(t->timeout_s)) ++g_early;
+  ++t->fired;
+}
+
+// Rounds of four timers, a third of them stopped at once; a round ends when
+// the rest of those due at once fired, or a clear dropped them. Each timer
+// lives to the end, when it is judged.
+void Timers(std::deque<Timer>* timers, unsigned seed, bool clearer) {
+  std::minstd_rand random(seed);
+  while (!g_stop) {
+    std::vector<std::pair<Timer*, unsigned>> round;
+    for (int i = 0; i < 4; ++i) {
+      Timer& t = timers->emplace_back();
+      t.timeout_s = random() % 4 == 0;
+      t.clears = g_clears;
+      t.start = Clock::now();
+      unsigned id = 0;
+      if (kovani_timer_start_ex_params(0, 1, OnFire, &t, t.timeout_s, &id) != 0) {
+        timers->pop_back();  // out of memory: nothing started
+        continue;
+      }
+      round.emplace_back(&t, id);
+    }
+    for (auto& [t, id] : round) {
+      kovani_timer_is_active(id);
+      t->stopped = random() % 3 == 0 && kovani_timer_stop(id);
+    }
+    if (clearer && random() % 64 == 0) kovani_timer_clear_callback_list(), ++g_clears;
+    const auto deadline = Clock::now() + std::chrono::seconds(3);
+    for (auto& [t, id] : round) {
+      while (t->timeout_s == 0 && !t->stopped && t->fired == 0 && t->clears == g_clears &&
+             Clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      }
+    }
+  }
+}
+
+void Caller(int role) {
+  while (!g_stop) {
+    if (role == 0) {
+      kovani_str_trim(nullptr, 7);
+      (void)kovani_is_china_version();
+      (void)kovani_build_type_get();
+      g_wrong_answer += strcmp(kovani_device_name_get(), "kestrel") != 0;
+    } else if (role == 1) {
+      g_wrong_region += strcmp(kovani_vendor_build_region_get(), "EU") != 0;
+      g_wrong_region += !kovani_vendor_build_region_is_cfged();
+    } else {
+      char value[256];
+      kovani_set_property_value("persist.vendor.radio.stress", "1");
+      kovani_get_property_value("persist.vendor.radio.stress", value, "0");
+      g_wrong_answer += strcmp(value, "1") != 0;
+      kovani_get_modem_ssr_type();
+    }
+  }
+}
+
+}  // namespace
+
+// Status files are read whole and handed over from memory, their names noted.
+extern "C" FILE* fopen(const char* path, const char* mode) {
+  static const auto real =
+      reinterpret_cast<FILE* (*)(const char*, const char*)>(dlsym(RTLD_NEXT, "fopen"));
+  FILE* file = real(path, mode);
+  if (file == nullptr || strstr(path, "/status") == nullptr) return file;
+  char text[4096];
+  const size_t size = fread(text, 1, sizeof(text), file);
+  fclose(file);
+  FILE* copy = fmemopen(nullptr, sizeof(text), "w+");
+  fwrite(text, 1, size, copy);
+  rewind(copy);
+  const char* name = static_cast<const char*>(memchr(text, '\t', size));
+  const char* end =
+      name == nullptr ? nullptr : static_cast<const char*>(memchr(name, '\n', text + size - name));
+  std::lock_guard<std::mutex> lock(g_served_mutex);
+  if (end != nullptr) g_served.emplace(name + 1, end);
+  return copy;
+}
+
+int main(int argc, char** argv) {
+  const int seconds = argc > 1 ? atoi(argv[1]) : 10;
+  dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);  // every error line has a console copy
+  kovani_host_property_reset();  // nothing from the environment, no persistence file
+  kovani_host_property_seed("persist.vendor.radio.build_region", "EU");
+  kovani_host_property_seed("ro.product.device", "kestrel");
+  g_kovani_qcril_ril_process_instance_id = 255;
+  char first[16] = "";
+  prctl(PR_GET_NAME, first);
+  // The region's shared buffer is rewritten, unlocked, whenever its value
+  // changes, as the library documents; filled once here, it keeps its value.
+  kovani_vendor_build_region_get();
+  kovani_test::SetSyslogHandler(OnLine);
+  const auto tasks = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+  };
+  std::thread([] {}).join();  // a sanitizer may start threads of its own with the first
+  const auto idle = tasks();
+  std::deque<Timer> timers[6];
+  std::vector<std::thread> threads;
+  for (int role = 0; role < 6; ++role) threads.emplace_back(Caller, role % 3);
+  for (unsigned i = 0; i < 6; ++i) threads.emplace_back(Timers, &timers[i], i, i == 0);
+  const auto end = Clock::now() + std::chrono::seconds(seconds);
+  for (int i = 0; Clock::now() < end; ++i) {
+    prctl(PR_SET_NAME, i % 2 == 0 ? "kovani-aaaaaaa" : "kovani-bbbbbbb");
+    std::this_thread::sleep_for(std::chrono::microseconds(500));
+  }
+  g_stop = true;
+  for (std::thread& t : threads) t.join();
+  // Stopped and cleared timers' threads still sleep out their timeouts.
+  const auto deadline = Clock::now() + std::chrono::seconds(10);
+  while (tasks() > idle && Clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  long started = 0, fired = 0, stopped = 0, cleared = 0, lost = 0, twice = 0, after_stop = 0;
+  for (const auto& list : timers) {
+    for (const Timer& t : list) {
+      ++started;
+      fired += t.fired > 0, stopped += t.stopped, twice += t.fired > 1;
+      after_stop += t.stopped && t.fired > 0;
+      const bool unfired = !t.stopped && t.fired == 0;
+      cleared += unfired && t.clears != g_clears, lost += unfired && t.clears == g_clears;
+    }
+  }
+  size_t kernel_torn = 0;
+  for (const std::string& name : g_served)
+    kernel_torn += name != first && name != "kovani-aaaaaaa" && name != "kovani-bbbbbbb";
+  fprintf(stderr,
+          "%d s, 12 threads: timers started %ld, fired %ld, stopped %ld, cleared %ld; lost %ld, "
+          "fired twice %ld, fired after a successful stop %ld, fired early %ld; lines with a torn "
+          "name %ld (torn names from the kernel itself: %zu); wrong vendor-region answers %ld; "
+          "other wrong answers %ld\n",
+          seconds, started, fired, stopped, cleared, lost, twice, after_stop, g_early.load(),
+          g_torn.load(), kernel_torn, g_wrong_region.load(), g_wrong_answer.load());
+  return lost + twice + after_stop + g_early + g_torn + g_wrong_region + g_wrong_answer == 0 ? 0
+                                                                                             : 1;
+}
