@@ -179,7 +179,11 @@ bool RunAdb(const std::vector<std::string>& args, std::string* out, std::string*
     if (line[0] != '*' && line[0] != '\n') message = std::string(line, strcspn(line, "\n"));
   }
   fclose(err);
-  if (spawned == ENOENT) {
+  // POSIX lets a spawn succeed and the child exit 127 instead (qemu-user's
+  // does), so a silent 127 means the same.
+  const bool silent_127 = spawned == 0 && WIFEXITED(status) && WEXITSTATUS(status) == 127 &&
+                          out->empty() && message.empty();
+  if (spawned == ENOENT || silent_127) {
     *error = "adb not found on PATH (Debian's adb package provides it)";
   } else if (spawned != 0) {
     *error = std::string("cannot run adb: ") + strerror(spawned);
