@@ -542,6 +542,7 @@ std::string All() {
 
 std::string Json(const std::string& text, const std::string& pointer) {
   const auto json = nlohmann::json::parse(text, nullptr, false);
+  if (json.is_discarded()) return "not JSON";
   return json.value(nlohmann::json::json_pointer(pointer), nlohmann::json()).dump();
 }
 
