@@ -3,15 +3,10 @@
 // properties, and start, stop, query and clear timers, while the main thread
 // renames the process. "kovani_stress [SECONDS]" (10 by default) prints
 // what it counted on stderr and exits 1 if anything that must never happen
-// did.
+// did (2 if it could not start).
 #include <dlfcn.h>
-#include <fcntl.h>
-#include <stdarg.h>
-#include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/prctl.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -53,98 +48,88 @@ __attribute__((format(printf, 2, 0))) void OnLine(int, const char* format, va_li
 }
 
 struct Timer {
-  Clock::time_point start;
+  Clock::time_point start = Clock::now();
   unsigned long timeout_s = 0;
-  int clears = 0;  // g_clears before the start
+  int clears = g_clears;  // before the start
   bool stopped = false;
   std::atomic<int> fired{0};
 };
 
 void OnFire(kovani_timer_callback_handler_params_s_type* params) {
   Timer* t = static_cast<Timer*>(params->extra_params);
-  if (Clock::now() - t->start < std::chrono::seconds(t->timeout_s)) ++g_early;
+  g_early += Clock::now() - t->start < std::chrono::seconds(t->timeout_s);
   ++t->fired;
 }
 
-// Rounds of four timers, a third of them stopped at once; a round ends when
-// the rest of those due at once fired, or a clear dropped them. Each timer
-// lives to the end, when it is judged.
+// One timer after another, a quarter due in a second, the rest at once, a
+// third stopped at once; one due at once is waited for until it fired or a
+// clear dropped it. Each timer lives to the end, when it is judged.
 void Timers(std::deque<Timer>* timers, unsigned seed, bool clearer) {
   std::minstd_rand random(seed);
   while (!g_stop) {
-    std::vector<std::pair<Timer*, unsigned>> round;
-    for (int i = 0; i < 4; ++i) {
-      Timer& t = timers->emplace_back();
-      t.timeout_s = random() % 4 == 0;
-      t.clears = g_clears;
-      t.start = Clock::now();
-      unsigned id = 0;
-      if (kovani_timer_start_ex_params(0, 1, OnFire, &t, t.timeout_s, &id) != 0) {
-        timers->pop_back();  // out of memory: nothing started
-        continue;
-      }
-      round.emplace_back(&t, id);
+    Timer& t = timers->emplace_back();
+    t.timeout_s = random() % 4 == 0;
+    unsigned id = 0;
+    if (kovani_timer_start_ex_params(0, 1, OnFire, &t, t.timeout_s, &id) != 0) {
+      timers->pop_back();  // out of memory: nothing started
+      continue;
     }
-    for (auto& [t, id] : round) {
-      kovani_timer_is_active(id);
-      t->stopped = random() % 3 == 0 && kovani_timer_stop(id);
-    }
-    if (clearer && random() % 64 == 0) kovani_timer_clear_callback_list(), ++g_clears;
-    const auto deadline = Clock::now() + std::chrono::seconds(3);
-    for (auto& [t, id] : round) {
-      while (t->timeout_s == 0 && !t->stopped && t->fired == 0 && t->clears == g_clears &&
-             Clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-      }
+    kovani_timer_is_active(id);
+    t.stopped = random() % 3 == 0 && kovani_timer_stop(id);
+    if (clearer && random() % 256 == 0) kovani_timer_clear_callback_list(), ++g_clears;
+    for (const auto deadline = Clock::now() + std::chrono::seconds(3);
+         t.timeout_s == 0 && !t.stopped && t.fired == 0 && t.clears == g_clears &&
+         Clock::now() < deadline;) {
+      std::this_thread::sleep_for(std::chrono::microseconds(200));
     }
   }
 }
 
 void Caller(int role) {
+  char value[256];
   while (!g_stop) {
     if (role == 0) {
       kovani_str_trim(nullptr, 7);
-      (void)kovani_is_china_version();
-      (void)kovani_build_type_get();
-      g_wrong_answer += strcmp(kovani_device_name_get(), "kestrel") != 0;
+      g_wrong_answer += kovani_build_type_get() != KOVANI_BUILD_TYPE_PRE ||
+                        kovani_is_china_version() ||
+                        strcmp(kovani_device_name_get(), "kestrel") != 0;
     } else if (role == 1) {
-      g_wrong_region += strcmp(kovani_vendor_build_region_get(), "EU") != 0;
-      g_wrong_region += !kovani_vendor_build_region_is_cfged();
+      g_wrong_region += strcmp(kovani_vendor_build_region_get(), "EU") != 0 ||
+                        !kovani_vendor_build_region_is_cfged();
     } else {
-      char value[256];
       kovani_set_property_value("persist.vendor.radio.stress", "1");
       kovani_get_property_value("persist.vendor.radio.stress", value, "0");
-      g_wrong_answer += strcmp(value, "1") != 0;
-      kovani_get_modem_ssr_type();
+      g_wrong_answer += strcmp(value, "1") != 0 || kovani_get_modem_ssr_type() < 0;
     }
   }
 }
 
+long Tasks() { return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}); }
+
 }  // namespace
 
-// Status files are read whole and handed over from memory, their names noted.
+// The first line of a status file is read here and handed over from memory,
+// its name noted.
 extern "C" FILE* fopen(const char* path, const char* mode) {
   static const auto real =
       reinterpret_cast<FILE* (*)(const char*, const char*)>(dlsym(RTLD_NEXT, "fopen"));
   FILE* file = real(path, mode);
-  if (file == nullptr || strstr(path, "/status") == nullptr) return file;
-  char text[4096];
-  const size_t size = fread(text, 1, sizeof(text), file);
+  char line[256];
+  if (file == nullptr || strstr(path, "/status") == nullptr ||
+      fgets(line, sizeof(line), file) == nullptr)
+    return file;
   fclose(file);
-  FILE* copy = fmemopen(nullptr, sizeof(text), "w+");
-  fwrite(text, 1, size, copy);
+  FILE* copy = fmemopen(nullptr, sizeof(line), "w+");
+  fputs(line, copy);
   rewind(copy);
-  const char* name = static_cast<const char*>(memchr(text, '\t', size));
-  const char* end =
-      name == nullptr ? nullptr : static_cast<const char*>(memchr(name, '\n', text + size - name));
   std::lock_guard<std::mutex> lock(g_served_mutex);
-  if (end != nullptr) g_served.emplace(name + 1, end);
+  g_served.emplace(line + 6, strcspn(line + 6, "\n"));  // after "Name:\t"
   return copy;
 }
 
 int main(int argc, char** argv) {
-  const int seconds = argc > 1 ? atoi(argv[1]) : 10;
-  dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);  // every error line has a console copy
+  const int seconds = argc > 1 ? std::stoi(argv[1]) : 10;
+  if (freopen("/dev/null", "w", stdout) == nullptr) return 2;  // errors have console copies
   kovani_host_property_reset();  // nothing from the environment, no persistence file
   kovani_host_property_seed("persist.vendor.radio.build_region", "EU");
   kovani_host_property_seed("ro.product.device", "kestrel");
@@ -155,15 +140,14 @@ int main(int argc, char** argv) {
   // changes, as the library documents; filled once here, it keeps its value.
   kovani_vendor_build_region_get();
   kovani_test::SetSyslogHandler(OnLine);
-  const auto tasks = [] {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
-  };
   std::thread([] {}).join();  // a sanitizer may start threads of its own with the first
-  const auto idle = tasks();
+  const long idle = Tasks();
   std::deque<Timer> timers[6];
   std::vector<std::thread> threads;
-  for (int role = 0; role < 6; ++role) threads.emplace_back(Caller, role % 3);
-  for (unsigned i = 0; i < 6; ++i) threads.emplace_back(Timers, &timers[i], i, i == 0);
+  for (unsigned i = 0; i < 6; ++i) {
+    threads.emplace_back(Caller, i % 3);
+    threads.emplace_back(Timers, &timers[i], i, i == 0);
+  }
   const auto end = Clock::now() + std::chrono::seconds(seconds);
   for (int i = 0; Clock::now() < end; ++i) {
     prctl(PR_SET_NAME, i % 2 == 0 ? "kovani-aaaaaaa" : "kovani-bbbbbbb");
@@ -172,30 +156,28 @@ int main(int argc, char** argv) {
   g_stop = true;
   for (std::thread& t : threads) t.join();
   // Stopped and cleared timers' threads still sleep out their timeouts.
-  const auto deadline = Clock::now() + std::chrono::seconds(10);
-  while (tasks() > idle && Clock::now() < deadline) {
+  for (const auto deadline = end + std::chrono::seconds(10);
+       Tasks() > idle && Clock::now() < deadline;) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
-  long started = 0, fired = 0, stopped = 0, cleared = 0, lost = 0, twice = 0, after_stop = 0;
+  long started = 0, fired = 0, stopped = 0, cleared = 0, lost = 0, twice = 0, after_stop = 0,
+       kernel_torn = 0;
   for (const auto& list : timers) {
     for (const Timer& t : list) {
-      ++started;
-      fired += t.fired > 0, stopped += t.stopped, twice += t.fired > 1;
-      after_stop += t.stopped && t.fired > 0;
       const bool unfired = !t.stopped && t.fired == 0;
+      ++started, fired += t.fired > 0, stopped += t.stopped, twice += t.fired > 1;
+      after_stop += t.stopped && t.fired > 0;
       cleared += unfired && t.clears != g_clears, lost += unfired && t.clears == g_clears;
     }
   }
-  size_t kernel_torn = 0;
   for (const std::string& name : g_served)
     kernel_torn += name != first && name != "kovani-aaaaaaa" && name != "kovani-bbbbbbb";
   fprintf(stderr,
           "%d s, 12 threads: timers started %ld, fired %ld, stopped %ld, cleared %ld; lost %ld, "
           "fired twice %ld, fired after a successful stop %ld, fired early %ld; lines with a torn "
-          "name %ld (torn names from the kernel itself: %zu); wrong vendor-region answers %ld; "
+          "name %ld (torn names from the kernel itself: %ld); wrong vendor-region answers %ld; "
           "other wrong answers %ld\n",
           seconds, started, fired, stopped, cleared, lost, twice, after_stop, g_early.load(),
           g_torn.load(), kernel_torn, g_wrong_region.load(), g_wrong_answer.load());
-  return lost + twice + after_stop + g_early + g_torn + g_wrong_region + g_wrong_answer == 0 ? 0
-                                                                                             : 1;
+  return lost + twice + after_stop + g_early + g_torn + g_wrong_region + g_wrong_answer ? 1 : 0;
 }

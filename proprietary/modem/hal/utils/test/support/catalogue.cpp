@@ -5,7 +5,6 @@
 #include <dirent.h>
 #include <dlfcn.h>
 #include <gtest/gtest-spi.h>
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <string.h>
 #include <sys/stat.h>
@@ -21,8 +20,10 @@
 #include <functional>
 #include <map>
 #include <mutex>
-#include <nlohmann/json.hpp>
 #include <regex>
+#ifdef KOVANI_TOOL
+#include <nlohmann/json.hpp>
+#endif
 #include <thread>
 
 #include "kovani_host_properties.h"
@@ -76,23 +77,27 @@ bool ParseText(const std::string& token, std::string* out) {
 
 // Words split at `separator` outside quotes.
 Words Tokens(const std::string& line, char separator = ' ') {
-  Words tokens;
+  Words tokens(1);
   bool quoted = false;
-  std::string token;
-  for (size_t i = 0; i <= line.size(); ++i) {
-    const char c = i < line.size() ? line[i] : separator;
-    if (!quoted && c == separator) {
-      if (!token.empty()) tokens.push_back(token);
-      token.clear();
-      continue;
-    }
-    quoted = c == '"' && (i == 0 || line[i - 1] != '\\') ? !quoted : quoted;
-    token += c;
+  for (size_t i = 0; i < line.size(); ++i) {
+    if (quoted || line[i] != separator) tokens.back() += line[i];
+    if (!quoted && line[i] == separator && !tokens.back().empty()) tokens.emplace_back();
+    quoted ^= line[i] == '"' && (i == 0 || line[i - 1] != '\\');
   }
+  if (tokens.back().empty()) tokens.pop_back();
   return tokens;
 }
 
 std::string N(long long number) { return std::to_string(number); }
+
+// A data file: in the source tree, or on a phone beside the test binary.
+std::string Data(const std::string& name) {
+#ifdef KOVANI_TEST_DATA_DIR
+  return KOVANI_TEST_DATA_DIR "/" + name;
+#else
+  return SelfPath().substr(0, SelfPath().rfind('/')) + "/test/data/" + name;
+#endif
+}
 
 std::string Read(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
@@ -118,13 +123,9 @@ std::vector<SyslogLine> g_lines;
 __attribute__((format(printf, 2, 0))) void Record(int priority, const char* format, va_list args) {
   static const std::regex frame(R"(([\s\S]*)\[(\w+\.cpp):(\d+)\] (\w+): ([\s\S]*))");
   SyslogLine line;
-  line.priority = priority;
-  line.thread = gettid();
-  va_list copy;
-  va_copy(copy, args);
-  line.text.resize(std::max(vsnprintf(nullptr, 0, format, copy), 0));
-  va_end(copy);
-  vsnprintf(line.text.data(), line.text.size() + 1, format, args);
+  char text[8192];
+  vsnprintf(text, sizeof(text), format, args);
+  line.priority = priority, line.thread = gettid(), line.text = text;
   std::smatch m;
   if ((line.framed = std::regex_match(line.text, m, frame))) {
     line.prefix = m[1], line.file = m[2], line.line = m[3], line.func = m[4], line.body = m[5];
@@ -138,26 +139,14 @@ std::vector<SyslogLine> Lines() {
   return g_lines;
 }
 
-// Descriptor 1 goes to a temporary file while this lives.
+// Descriptor 1 goes to a temporary file while this lives; /dev/fd reads it
+// past the fake /proc.
 struct Console {
-  Console() {
-    fflush(stdout);
-    FILE* file = tmpfile();
-    fd = dup(fileno(file));
-    fclose(file);
-    dup2(fd, STDOUT_FILENO);
-  }
-  ~Console() {
-    fflush(stdout);
-    dup2(saved, STDOUT_FILENO);
-    close(saved);
-    close(fd);
-  }
-  std::string Text() const {
-    fflush(stdout);
-    return Read("/dev/fd/" + N(fd));  // not under the fake /proc
-  }
-  int saved = dup(STDOUT_FILENO), fd = -1;
+  Console() { fflush(stdout), dup2(fileno(file), STDOUT_FILENO); }
+  ~Console() { fflush(stdout), dup2(saved, STDOUT_FILENO), close(saved), fclose(file); }
+  std::string Text() const { return fflush(stdout), Read("/dev/fd/" + N(fileno(file))); }
+  int saved = dup(STDOUT_FILENO);
+  FILE* file = tmpfile();
 };
 
 // ---- The fakes ----
@@ -233,25 +222,20 @@ void OnReentrant(void* id) {
 
 void* Probe(void*) {
   pthread_attr_t attr;
-  int state = -2;
   pthread_getattr_np(pthread_self(), &attr);
-  pthread_attr_getdetachstate(&attr, &state);
-  pthread_attr_destroy(&attr);
   std::lock_guard<std::mutex> lock(g_mutex);
-  g_detached = state;
+  pthread_attr_getdetachstate(&attr, &g_detached);
+  pthread_attr_destroy(&attr);
   return nullptr;
 }
 
-size_t Count(const char* folder) {
-  size_t count = 0;
-  DIR* dir = opendir(folder);
-  while (dir != nullptr && readdir(dir) != nullptr) ++count;
-  if (dir != nullptr) closedir(dir);
-  return count;
+long Count(const char* folder) {
+  std::error_code ignored;
+  return std::distance(fs::directory_iterator(folder, ignored), {});
 }
 
 // Dispatch threads sleep whole seconds; a stopped timer's thread still ends.
-void WaitForThreads(size_t count) {
+void WaitForThreads(long count) {
   const auto deadline = Clock::now() + std::chrono::seconds(15);
   while (Count("/proc/self/task") > count && Clock::now() < deadline) {
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
@@ -279,7 +263,7 @@ struct Run {
   }
 
   std::string dir;  // the sequence's folder, with its '/'
-  size_t threads = Count("/proc/self/task");
+  long threads = Count("/proc/self/task");
   std::deque<std::string> texts;
   std::deque<std::vector<char>> blobs;
   std::map<std::string, std::vector<char>> bufs;
@@ -288,7 +272,7 @@ struct Run {
   void* heap = nullptr;
   Clock::duration took{};
   std::string reports;  // of the property store
-  ChildOptions tool;  // for the tool's runs
+  ChildOptions tool;    // for the tool's runs
   ChildRun ran;
   std::string devices;  // the fake adb's
   struct sigaction saved_alarm = {};
@@ -367,22 +351,17 @@ struct Arg {
   operator Proc() const { return word == "probe" ? Probe : nullptr; }
 };
 
-std::string Result(Run*, const char* text) {
-  return text == nullptr ? "null" : "\"" + std::string(text) + "\"";
-}
-std::string Result(Run*, long long number) { return N(number); }
+std::string Result(const char* text) { return text ? "\"" + std::string(text) + "\"" : "null"; }
+std::string Result(long long number) { return N(number); }
 
 using Adapter = std::function<std::string(Run*, const Words&)>;
 
 template <typename R, typename... P, size_t... I>
 std::string Invoke(Run* run, R (*fn)(P...), const Words& words, std::index_sequence<I...>) {
   static const std::string none;
-  if constexpr (std::is_void_v<R>) {
-    fn(Arg{run, I < words.size() ? words[I] : none}...);
-    return "";
-  } else {
-    return Result(run, fn(Arg{run, I < words.size() ? words[I] : none}...));
-  }
+  const auto call = [&] { return fn(Arg{run, I < words.size() ? words[I] : none}...); };
+  if constexpr (std::is_void_v<R>) return call(), std::string();
+  if constexpr (!std::is_void_v<R>) return Result(call());
 }
 
 template <typename R, typename... P>
@@ -540,11 +519,13 @@ std::string All() {
   return all;
 }
 
+#ifdef KOVANI_TOOL
 std::string Json(const std::string& text, const std::string& pointer) {
   const auto json = nlohmann::json::parse(text, nullptr, false);
   if (json.is_discarded()) return "not JSON";
   return json.value(nlohmann::json::json_pointer(pointer), nlohmann::json()).dump();
 }
+#endif
 
 // "! action" and "? check": a is the first argument, text the last as a text.
 void Step(Run* r, const Words& t, const std::string& a, std::string text) {
@@ -555,8 +536,7 @@ void Step(Run* r, const Words& t, const std::string& a, std::string text) {
   char stored[PROPERTY_VALUE_MAX] = "";
   if (w == "seed")
     return (void)kovani_host_property_seed(a.c_str(), t[3] == "null" ? nullptr : text.c_str());
-  if (w == "load")
-    return Same(N(kovani_host_property_load((KOVANI_TEST_DATA_DIR "/" + a).c_str())), "0", a);
+  if (w == "load") return Same(N(kovani_host_property_load(Data(a).c_str())), "0", a);
   if (w == "let") return Let(a, text);
   if (w == "file" && t[0] == "!") return r->Write(a, text);
   if (w == "file" && t.size() > 4) return Check(Read(path).find(text) != std::string::npos, path);
@@ -618,19 +598,21 @@ void Step(Run* r, const Words& t, const std::string& a, std::string text) {
     return (void)((w == "stdout" ? r->tool.out : r->tool.err) = text);
   if (w == "adb") {
     r->devices += t.size() > 3 ? t[2] + "\t" + t[3] + "\n" : "";
-    r->tool.env.push_back("PATH=" KOVANI_TEST_DATA_DIR "/fake-adb:" + std::string(getenv("PATH")));
+    r->tool.env.push_back("PATH=" + Data("fake-adb") + ":" + getenv("PATH"));
     return r->tool.env.push_back("KOVANI_FAKE_ADB_DEVICES=" + r->devices);
   }
   if (w == "exit") return Same(N(r->ran.status), a, r->ran.err);
   if (w == "out" || w == "err")
     return Check((a == "is" ? out == text : out.find(text) != std::string::npos) == (a != "lacks"),
                  out);
+#ifdef KOVANI_TOOL
   if (w == "json") return Same(Json(r->ran.out, a), nlohmann::json::parse(t[3]).dump(), r->ran.out);
+#endif
   if (w != "writes") ADD_FAILURE() << "unknown step " << w;
 }
 
 // "$ ARGS": runs the tool.
-void RunTool(Run* run, const Words& t) {
+void RunTool([[maybe_unused]] Run* run, const Words& t) {
 #ifdef KOVANI_TOOL
   Words argv = {KOVANI_TOOL};
   std::string text;
@@ -690,25 +672,18 @@ bool Flagged(const Sequence& sequence, const char* flag) {
   return std::find(sequence.flags.begin(), sequence.flags.end(), flag) != sequence.flags.end();
 }
 
-void RunSteps(Run* run, const Sequence& sequence, Blocks* expected,
-              const ::testing::TestPartResultArray& failures) {
-  for (const std::string& step : sequence.steps) {
-    const size_t space = step.find(' ');
-    const Words t = Tokens(Substitute(step));
-    std::string a, text;
-    if (t.size() > 2) ParseText(t[2], &a);
-    if (t.size() > 1) ParseText(t.back(), &text);
-    if (step[0] == '>') Call(run, t);
-    if (step[0] == '$') RunTool(run, t);
-    if (step[0] == '@') (*expected)[step.substr(0, space)].push_back(step.substr(space + 1));
-    if (step[0] == 'E' || step[0] == 'D') (*expected)[""].push_back(step);
-    if (step[0] == '!' || step[0] == '?') Step(run, t, a, text);
-    const int last = failures.size() - 1;
-    if (last >= 0 && (failures.GetTestPartResult(last).fatally_failed() ||
-                      failures.GetTestPartResult(last).skipped())) {
-      return;
-    }
-  }
+// On a phone only the suites that leave its properties alone run, and of
+// them only the sequences that seed nothing: the phone's own would answer.
+bool Runs([[maybe_unused]] const Sequence& sequence) {
+#ifdef KOVANI_DEVICE_SUITES
+  static const std::regex writes(R"(^(! (seed|load) |> (property_set|kovani_set_|kovani_host_)))");
+  const std::string suite = sequence.name.substr(0, sequence.name.find('/'));
+  return std::string(" " KOVANI_DEVICE_SUITES " ").find(" " + suite + " ") != std::string::npos &&
+         std::none_of(sequence.steps.begin(), sequence.steps.end(),
+                      [](const std::string& step) { return std::regex_search(step, writes); });
+#else
+  return true;
+#endif
 }
 
 void RunSequence(const Sequence& sequence) {
@@ -718,16 +693,12 @@ void RunSequence(const Sequence& sequence) {
     g_kovani_qcril_ril_process_instance_id = 0;
     g_kovani_shell_print_flag = 1;
   }
-  if (Flagged(sequence, "quiet")) {
-    kovani_host_property_seed("persist.vendor.radio.adb_log_zu", "0");
-    kovani_host_property_seed("persist.vendor.radio.adb_log_shell", "0");
-  }
   {
     std::lock_guard<std::mutex> lock(g_mutex);
     g_vars = {{"pid", N(getpid())}, {"task", Read("/proc/self/comm")}};
     g_vars["task"].pop_back();
   }
-  const size_t fds = Count("/proc/self/fd");
+  const long fds = Count("/proc/self/fd");
   Blocks expected, actual;
   // Failures are told once the console is back: gtest prints to it.
   ::testing::TestPartResultArray failures;
@@ -742,7 +713,22 @@ void RunSequence(const Sequence& sequence) {
     Run run;
     Let("dir", run.dir);
     kovani_host_property_set_reporter(Report, &run);
-    RunSteps(&run, sequence, &expected, failures);
+    for (const std::string& step : sequence.steps) {
+      const Words t = Tokens(Substitute(step));
+      std::string a, text;
+      if (t.size() > 2) ParseText(t[2], &a);
+      if (t.size() > 1) ParseText(t.back(), &text);
+      if (step[0] == '>') Call(&run, t);
+      if (step[0] == '$') RunTool(&run, t);
+      if (step[0] == '@') expected[t[0]].push_back(step.substr(step.find(' ') + 1));
+      if (step[0] == 'E' || step[0] == 'D') expected[""].push_back(step);
+      if (step[0] == '!' || step[0] == '?') Step(&run, t, a, text);
+      const int last = failures.size() - 1;
+      if (last >= 0 && (failures.GetTestPartResult(last).fatally_failed() ||
+                        failures.GetTestPartResult(last).skipped())) {
+        break;
+      }
+    }
     WaitForThreads(run.threads);
     kovani_host_property_set_reporter(nullptr, nullptr);
     SetSyslogHandler(nullptr);
@@ -772,7 +758,9 @@ void RunFresh(const Sequence& sequence) {
   const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
   const std::string name = std::string(test->test_suite_name()) + "." + test->name();
   ChildOptions options;
-  options.env = {std::string(kFresh) + "=" + sequence.name};
+  // Nor a profile from the environment: as loaded means with an empty store.
+  options.env = {std::string(kFresh) + "=" + sequence.name, "KOVANI_PROPERTY_PROFILE",
+                 "KOVANI_PROPERTY_PERSIST"};
   const ChildRun run = RunChild({SelfPath(), "--gtest_filter=" + name}, options);
   EXPECT_EQ(run.status, kFreshPassed) << sequence.name << " in a fresh process:\n" << run.out;
 }
@@ -783,7 +771,7 @@ const std::vector<Sequence>& Catalogue() {
   static const auto* sequences = [] {
     auto* result = new std::vector<Sequence>;
     for (const std::string& file : Tokens(KOVANI_SEQUENCES)) {
-      std::ifstream in(file);
+      std::ifstream in(Data(file));
       for (std::string line; std::getline(in, line);) {
         if (line.rfind("== ", 0) == 0) {
           const Words words = Tokens(line.substr(3));
@@ -811,7 +799,7 @@ std::vector<std::string> CatalogueSuites() {
 void RunCatalogueSuite(const std::string& suite) {
   const char* fresh = getenv(kFresh);
   for (const Sequence& sequence : Catalogue()) {
-    if (sequence.name.rfind(suite + "/", 0) != 0) continue;
+    if (sequence.name.rfind(suite + "/", 0) != 0 || !Runs(sequence)) continue;
     if (fresh == nullptr) {
       Flagged(sequence, "fresh") ? RunFresh(sequence) : RunSequence(sequence);
     } else if (sequence.name == fresh) {

@@ -1,7 +1,6 @@
 #include <fcntl.h>
 #include <limits.h>
 #include <spawn.h>
-#include <string.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -55,7 +54,7 @@ std::string SelfPath() {
 Child::Child(const std::vector<std::string>& argv, const ChildOptions& options) {
   std::vector<std::string> args, env;
   std::istringstream emulator(KOVANI_TEST_EMULATOR);
-  for (std::string word; options.built && emulator >> word;) args.push_back(word);
+  for (std::string word; emulator >> word;) args.push_back(word);
   // valgrind does not start with standard error closed: it reports nowhere
   // then, and only its exit status tells.
   if (options.err == "-" && !args.empty() && args[0].find("valgrind") != std::string::npos) {
@@ -71,44 +70,37 @@ Child::Child(const std::vector<std::string>& argv, const ChildOptions& options) 
     if (change.size() >= name.size()) env.push_back(change);
   }
   FILE* in = TempFile(options.input);
-  err_ = TempFile("");
-  int out[2] = {-1, -1};
-  if (in == nullptr || err_ == nullptr || pipe2(out, O_CLOEXEC) != 0) return;
+  err = TempFile("");
+  int fds[2] = {-1, -1};
+  if (in == nullptr || err == nullptr || pipe2(fds, O_CLOEXEC) != 0) return;
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, fileno(in), STDIN_FILENO);
-  Redirect(&actions, STDOUT_FILENO, options.out, out[1]);
-  Redirect(&actions, STDERR_FILENO, options.err, fileno(err_));
+  Redirect(&actions, STDOUT_FILENO, options.out, fds[1]);
+  Redirect(&actions, STDERR_FILENO, options.err, fileno(err));
   std::vector<char*> argp = Pointers(args), envp = Pointers(env);
-  if (posix_spawnp(&pid_, argp[0], &actions, nullptr, argp.data(), envp.data()) != 0) pid_ = -1;
+  if (posix_spawnp(&pid, argp[0], &actions, nullptr, argp.data(), envp.data()) != 0) pid = -1;
   posix_spawn_file_actions_destroy(&actions);
   fclose(in);
-  close(out[1]);
-  out_ = fdopen(out[0], "r");
+  close(fds[1]);
+  out = fdopen(fds[0], "r");
 }
 
 Child::~Child() {
-  if (pid_ > 0) Wait();
-  if (out_ != nullptr) fclose(out_);
-  if (err_ != nullptr) fclose(err_);
-}
-
-bool Child::ReadLine(std::string* line) {
-  char buf[4096];
-  if (out_ == nullptr || fgets(buf, sizeof(buf), out_) == nullptr) return false;
-  *line = std::string(buf, strcspn(buf, "\n"));
-  return true;
+  if (pid > 0) Wait();
+  if (out != nullptr) fclose(out);
+  if (err != nullptr) fclose(err);
 }
 
 ChildRun Child::Wait() {
   ChildRun run;
-  run.out = Rest(out_);
+  run.out = Rest(out);
   int status = 0;
-  if (pid_ > 0 && waitpid(pid_, &status, 0) == pid_) {
+  if (pid > 0 && waitpid(pid, &status, 0) == pid) {
     run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   }
-  pid_ = -1;
-  if (err_ != nullptr) rewind(err_), run.err = Rest(err_);
+  pid = -1;
+  if (err != nullptr) rewind(err), run.err = Rest(err);
   return run;
 }
 

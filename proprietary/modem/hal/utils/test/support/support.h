@@ -12,9 +12,9 @@
 namespace kovani_test {
 
 // Child programs: a fresh copy of the test binary, the tool, the host
-// store's helper. Where CTest runs the tests through an emulator (qemu for
-// the cross build, valgrind), the build names it and children of this build
-// start through it too, so nothing needs a system-wide registration.
+// store's helper, all of this build. Where CTest runs the tests through an
+// emulator (qemu for the cross build, valgrind), the build names it and the
+// children start through it too, so nothing needs a system-wide registration.
 struct ChildRun {
   int status = -1;  // exit code, or 128 + the signal that ended it
   std::string out, err;
@@ -24,29 +24,21 @@ struct ChildOptions {
   std::vector<std::string> env;  // "NAME=VALUE" sets a variable, a bare "NAME" removes it
   std::string input;             // standard input
   std::string out, err;          // "" captured, "-" closed, or a path to write
-  bool built = true;             // a program of this build: starts through the emulator
 };
 
 std::string SelfPath();
 
-// A child whose standard output can be read while it runs.
-class Child {
- public:
+// A child running while its parent goes on.
+struct Child {
   explicit Child(const std::vector<std::string>& argv, const ChildOptions& options = {});
   ~Child();
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
+  ChildRun Wait();  // with both outputs
 
-  pid_t pid() const { return pid_; }
-  // The next line of standard output without its newline; false at its end.
-  bool ReadLine(std::string* line);
-  // Waits for the end and collects the rest of both outputs.
-  ChildRun Wait();
-
- private:
-  pid_t pid_ = -1;
-  FILE* out_ = nullptr;
-  FILE* err_ = nullptr;
+  pid_t pid = -1;
+  FILE* out = nullptr;
+  FILE* err = nullptr;
 };
 
 inline ChildRun RunChild(const std::vector<std::string>& argv, const ChildOptions& options = {}) {
@@ -55,7 +47,7 @@ inline ChildRun RunChild(const std::vector<std::string>& argv, const ChildOption
 
 struct Sequence {
   std::string name;                // "Suite/case"
-  std::vector<std::string> flags;  // "fresh", "quiet", "as-loaded"
+  std::vector<std::string> flags;  // "fresh", "as-loaded"
   std::vector<std::string> steps;  // calls, actions, checks and expected lines
 };
 
