@@ -7,7 +7,6 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <pthread.h>
-#include <sched.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -46,49 +45,34 @@ constexpr int kStatusNameCopy = kTextBufSize - 1 - kStatusNameOffset;
 kovani_pid_info_s_type current_pid_info;
 std::atomic<bool> current_pid_info_filled{false};
 
-// Text that callers read without a lock while another thread may rewrite it
-// is copied byte by byte with atomic operations, and rewritten only when it
-// changes, so a value that stays the same is never seen torn.
-template <int Order = __ATOMIC_RELAXED>
-void load_shared_text(char* to, const char* shared) {
-  for (int i = 0; i < kTextBufSize; ++i) to[i] = __atomic_load_n(&shared[i], Order);
-}
+// Holds a mutex for a scope. The library's own mutexes are static, start
+// initialised and are never destroyed, so any caller at any time may lock
+// them, and only the C library serves them.
+class Locked {
+ public:
+  explicit Locked(pthread_mutex_t* mutex) : mutex_(mutex) { pthread_mutex_lock(mutex_); }
+  ~Locked() { pthread_mutex_unlock(mutex_); }
+  Locked(const Locked&) = delete;
+  Locked& operator=(const Locked&) = delete;
 
-template <int Order = __ATOMIC_RELAXED>
-void store_shared_text(char* shared, const char* from) {
-  for (int i = 0; i < kTextBufSize; ++i) __atomic_store_n(&shared[i], from[i], Order);
-}
+ private:
+  pthread_mutex_t* mutex_;
+};
 
-// The shared task name is published like a sequence lock: the count is odd
-// while a writer rewrites it, and a log line copies it out between two equal
-// even counts, so it prints the old or the new name and never a mixture. A
-// reader whose acquiring copy sees any byte of a releasing rewrite also sees
-// the odd count on its second look (no fences: ThreadSanitizer cannot follow
-// them).
-std::atomic<unsigned> task_name_sequence{0};
+// A log line prints a copy of the shared task name taken under this lock,
+// and the name is rewritten under it, only when it changes: a line shows the
+// old name or the new one, never a mixture. Callers that read the shared
+// record itself, through the returned pointers, take no lock.
+pthread_mutex_t task_name_mutex = PTHREAD_MUTEX_INITIALIZER;
 
 void load_task_name(char* to) {
-  for (;;) {
-    const unsigned before = task_name_sequence.load(std::memory_order_acquire);
-    if ((before & 1u) == 0) {
-      load_shared_text<__ATOMIC_ACQUIRE>(to, current_pid_info.p_name);
-      if (task_name_sequence.load(std::memory_order_relaxed) == before) return;
-    }
-    sched_yield();
-  }
+  const Locked lock(&task_name_mutex);
+  memcpy(to, current_pid_info.p_name, kTextBufSize);
 }
 
 void store_task_name(const char* name) {
-  unsigned count = task_name_sequence.load(std::memory_order_relaxed);
-  while ((count & 1u) != 0 ||
-         !task_name_sequence.compare_exchange_weak(count, count + 1, std::memory_order_acquire)) {
-    if ((count & 1u) != 0) {
-      sched_yield();
-      count = task_name_sequence.load(std::memory_order_relaxed);
-    }
-  }
-  store_shared_text<__ATOMIC_RELEASE>(current_pid_info.p_name, name);
-  task_name_sequence.store(count + 2, std::memory_order_release);
+  const Locked lock(&task_name_mutex);
+  memcpy(current_pid_info.p_name, name, kTextBufSize);
 }
 
 // Reads a switch property once per process. The announcement is passed in so
@@ -639,28 +623,24 @@ int kovani_copy_file(const char* src, const char* tgt) {
 
 namespace {
 
-// A read-once cache goes from unread to filled once. Its first caller claims
-// it, fills it and publishes it with release ordering; a caller that meets it
-// while it is being filled waits for that, so no caller ever reads it half
-// filled. Later calls only load the flag.
-enum : uint8_t { kCacheUnread = 0, kCacheFilled = 1, kCacheFilling = 2 };
+// A read-once cache is filled by its first caller under this lock and then
+// published: a caller that meets it being filled waits, so none reads it
+// half filled, and later calls only load the flag. One lock serves every
+// cache: a fill reads properties and logs, and neither fills another cache.
+pthread_mutex_t read_once_mutex = PTHREAD_MUTEX_INITIALIZER;
 
 template <typename Fill>
-void fill_once(std::atomic<uint8_t>* state, Fill fill) {
-  uint8_t seen = state->load(std::memory_order_acquire);
-  if (seen == kCacheFilled) return;
-  if (seen == kCacheUnread &&
-      state->compare_exchange_strong(seen, kCacheFilling, std::memory_order_acquire)) {
-    fill();
-    state->store(kCacheFilled, std::memory_order_release);
-    return;
-  }
-  while (state->load(std::memory_order_acquire) != kCacheFilled) sched_yield();
+void fill_once(std::atomic<bool>* filled, Fill fill) {
+  if (filled->load(std::memory_order_acquire)) return;
+  const Locked lock(&read_once_mutex);
+  if (filled->load(std::memory_order_relaxed)) return;
+  fill();
+  filled->store(true, std::memory_order_release);
 }
 
 // A read-once property, terminated at its last byte, so a value of 255
 // characters or more is cut there.
-const char* read_property_once(char* value, std::atomic<uint8_t>* fetched, const char* property,
+const char* read_property_once(char* value, std::atomic<bool>* fetched, const char* property,
                                const char* default_value) {
   fill_once(fetched, [=] {
     kovani_get_property_value(property, value, default_value);
@@ -679,7 +659,7 @@ bool contains(const char* value, const char* marker) { return strstr(value, mark
 #define KOVANI_DEFINE_BUILD_PREDICATE(func, property, default_value, test, yes_text, no_text) \
   bool func(void) {                                                                           \
     static char value[kTextBufSize];                                                          \
-    static std::atomic<uint8_t> fetched;                                                      \
+    static std::atomic<bool> fetched;                                                         \
     const char* val = read_property_once(value, &fetched, property, default_value);           \
     const bool ret = (test);                                                                  \
     if (ret) {                                                                                \
@@ -724,14 +704,11 @@ KOVANI_DEFINE_BUILD_PREDICATE(kovani_is_nuvo_version, "ro.nuvo.build.region", "N
 #undef KOVANI_DEFINE_BUILD_PREDICATE
 
 // Only the flag is kept: from the second call on the value stays empty and
-// the answer is false.
+// the answer is false. Of callers that meet at the start, one is the first.
 bool kovani_is_user_version(void) {
-  static std::atomic<uint8_t> fetched;
+  static std::atomic<bool> fetched;
   char val[kTextBufSize] = {0};
-  if (fetched.load(std::memory_order_acquire) == 0) {
-    kovani_get_property_value("ro.build.type", val, "user");
-    fetched.store(1, std::memory_order_release);
-  }
+  if (!fetched.exchange(true)) kovani_get_property_value("ro.build.type", val, "user");
   val[kTextBufSize - 1] = '\0';
   const bool ret = equals(val, "user");
   if (ret) {
@@ -745,7 +722,7 @@ bool kovani_is_user_version(void) {
 int kovani_build_type_get(void) {
   static char profile[kTextBufSize];
   static char incremental[kTextBufSize];
-  static std::atomic<uint8_t> fetched;
+  static std::atomic<bool> fetched;
   fill_once(&fetched, [] {
     kovani_get_property_value("ro.vendor.radio.build_profile", profile, "NULL");
     kovani_get_property_value("ro.build.version.incremental", incremental, "");
@@ -800,7 +777,7 @@ bool kovani_get_single_sim_flag(void) {
 
 const char* kovani_device_name_get(void) {
   static char value[kTextBufSize];
-  static std::atomic<uint8_t> fetched;
+  static std::atomic<bool> fetched;
   const char* name = read_property_once(value, &fetched, "ro.product.device", "");
   KOVANI_UTILS_LOG_DBG("device_name: %s", name);
   return name;
@@ -808,7 +785,7 @@ const char* kovani_device_name_get(void) {
 
 const char* kovani_build_region_get(void) {
   static char value[kTextBufSize];
-  static std::atomic<uint8_t> fetched;
+  static std::atomic<bool> fetched;
   const char* region = read_property_once(value, &fetched, "ro.nuvo.build.region", "NULL");
   KOVANI_UTILS_LOG_DBG("build_region: %s", region);
   return region;
@@ -817,15 +794,18 @@ const char* kovani_build_region_get(void) {
 namespace {
 
 // Shared by both vendor-region functions and brought up to date by each
-// call: read into value, then copied over the shared buffer if it differs.
+// call: read into value, then copied over the shared buffer if it differs,
+// so an unchanged value is never rewritten under a reader.
 char vendor_build_region[kTextBufSize];
+pthread_mutex_t vendor_build_region_mutex = PTHREAD_MUTEX_INITIALIZER;
 
 void refresh_vendor_build_region(char* value) {
   kovani_get_property_value("persist.vendor.radio.build_region", value, "NULL");
   value[kTextBufSize - 1] = '\0';
-  char shared[kTextBufSize];
-  load_shared_text(shared, vendor_build_region);
-  if (memcmp(shared, value, sizeof(shared)) != 0) store_shared_text(vendor_build_region, value);
+  const Locked lock(&vendor_build_region_mutex);
+  if (memcmp(vendor_build_region, value, kTextBufSize) != 0) {
+    memcpy(vendor_build_region, value, kTextBufSize);
+  }
 }
 
 }  // namespace
