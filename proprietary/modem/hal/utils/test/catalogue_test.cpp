@@ -19,19 +19,6 @@ TEST_P(CatalogueSuite, Sequences) { RunCatalogueSuite(GetParam()); }
 INSTANTIATE_TEST_SUITE_P(Library, CatalogueSuite, ::testing::ValuesIn(CatalogueSuites()),
                          [](const auto& info) { return info.param; });
 
-// The body formats of the library's log call sites: the frame glues prefix
-// and body into one literal, so each stands in the binary behind the prefix.
-std::set<std::string> LibraryFormats() {
-  std::ifstream in(KOVANI_LIBRARY, std::ios::binary);
-  const std::string binary(std::istreambuf_iterator<char>(in), {});
-  const std::string prefix = "SUB[%d][%s:%d] %s: ";
-  std::set<std::string> formats;
-  for (size_t at = binary.find(prefix); at != std::string::npos; at = binary.find(prefix, at + 1)) {
-    formats.insert(binary.substr(at + prefix.size(), binary.find('\0', at) - at - prefix.size()));
-  }
-  return formats;
-}
-
 TEST(LogCatalogue, HoldsEveryMessageOfTheLibrary) {
   std::vector<std::string> bodies;  // of the expected lines, {names} standing for 0
   for (const Sequence& sequence : Catalogue()) {
@@ -44,7 +31,14 @@ TEST(LogCatalogue, HoldsEveryMessageOfTheLibrary) {
       }
     }
   }
-  const std::set<std::string> formats = LibraryFormats();
+  // The body formats of the library's log call sites: the frame glues prefix
+  // and body into one literal, so each stands in the binary behind the prefix.
+  std::ifstream in(KOVANI_LIBRARY, std::ios::binary);
+  const std::string binary(std::istreambuf_iterator<char>(in), {}), prefix = "SUB[%d][%s:%d] %s: ";
+  std::set<std::string> formats;
+  for (size_t at = binary.find(prefix); at != std::string::npos; at = binary.find(prefix, at + 1)) {
+    formats.insert(binary.substr(at + prefix.size(), binary.find('\0', at) - at - prefix.size()));
+  }
   EXPECT_GT(formats.size(), 150u);
   for (const std::string& format : formats) {
     std::string pattern =

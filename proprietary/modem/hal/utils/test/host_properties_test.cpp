@@ -1,5 +1,5 @@
-// The host property store across processes; data/host_store.txt holds the
-// rest of its tests.
+// Two processes writing one persistence file; data/host_store.txt holds the
+// rest of the host property store's tests.
 #include <cutils/properties.h>
 #include <gtest/gtest.h>
 #include <kovani_host_properties.h>
@@ -17,48 +17,18 @@ namespace {
 namespace fs = std::filesystem;
 using namespace kovani_test;
 
-const std::string kChild = KOVANI_HOST_PROP_CHILD;
-
-// Options for a child that sees only the given property variables.
-ChildOptions Env(const std::string& profile, const std::string& persist) {
-  return {{"KOVANI_PROPERTY_PROFILE=" + profile, "KOVANI_PROPERTY_PERSIST=" + persist}, {}, {}, {}};
-}
-
-// Each test runs in a folder of its own, so that files have short relative
-// names, which is how the default reports name them too.
-struct HostProperties : ::testing::Test {
-  void SetUp() override {
-    kovani_host_property_reset();
-    umask(027);  // known, for the mode of new files
-    ASSERT_NE(nullptr, mkdtemp(dir_.data()));
-    fs::current_path(dir_);
-  }
-  void TearDown() override {
-    fs::current_path("/");
-    fs::remove_all(dir_);
-  }
-  std::string dir_ = "/tmp/host_props.XXXXXX";
-};
-
-TEST_F(HostProperties, EnvironmentFilesAndDefaultReports) {
-  std::ofstream("profile") << "ro.a=profile\npersist.z=profile\nbroken\n";
-  std::ofstream("persist") << "persist.z=persisted\nkept\n";
-  auto run = RunChild({kChild, "persist.z"}, Env("profile", "persist"));
-  EXPECT_EQ("persisted\n", run.out);
-  EXPECT_EQ("profile:3: missing '=', line skipped\npersist:2: missing '=', line kept as it is\n",
-            run.err);
-  run = RunChild({kChild, "persist.x", "1"}, Env("none", "no/persist"));
-  EXPECT_EQ(
-      "none: No such file or directory\nno/persist: cannot write: No such file or directory\n",
-      run.err);
-}
-
 // Two writers share a new file; one is killed while writing. Neither loses
 // the other's entry, the file is never torn, and the next attach removes
 // what a dead writer left.
-TEST_F(HostProperties, ConcurrentWritersKeepEachOthersKeysAndKillsTearNothing) {
-  Child a({kChild, "persist.a", "200"}, Env("", "persist"));
-  Child killed({kChild, "persist.k", "0"}, Env("", "persist"));
+TEST(HostProperties, ConcurrentWritersKeepEachOthersKeysAndKillsTearNothing) {
+  char dir[] = "/tmp/host_props.XXXXXX";
+  ASSERT_NE(nullptr, mkdtemp(dir));
+  fs::current_path(dir);
+  umask(027);  // known, for the mode of the new file
+  const ChildOptions options = {
+      {"KOVANI_PROPERTY_PROFILE", "KOVANI_PROPERTY_PERSIST=persist"}, {}, {}, {}};
+  Child a({KOVANI_HOST_PROP_CHILD, "persist.a", "200"}, options);
+  Child killed({KOVANI_HOST_PROP_CHILD, "persist.k", "0"}, options);
   EXPECT_EQ("", a.Wait().err);  // no change the file could not take
   kill(killed.pid, SIGKILL);
   ChildRun run = killed.Wait();
@@ -67,6 +37,7 @@ TEST_F(HostProperties, ConcurrentWritersKeepEachOthersKeysAndKillsTearNothing) {
   const long acked = std::atol(run.out.c_str() + run.out.find_last_of('\n') + 1);
   // Deterministic, whether or not the kill left a temporary of its own.
   std::ofstream("persist.kovani-tmp.Zz9Zz9") << "a dead writer's\n";
+  kovani_host_property_reset();
   ASSERT_EQ(0, kovani_host_property_set_persist_file("persist"));
   char k[PROPERTY_VALUE_MAX];
   property_get("persist.k", k, "");
@@ -79,6 +50,8 @@ TEST_F(HostProperties, ConcurrentWritersKeepEachOthersKeysAndKillsTearNothing) {
   EXPECT_TRUE(text == header + one + other || text == header + other + one) << text;
   EXPECT_EQ(fs::perms(0640), fs::status("persist").permissions());
   EXPECT_EQ(1, std::distance(fs::directory_iterator("."), fs::directory_iterator()));
+  fs::current_path("/");
+  fs::remove_all(dir);
 }
 
 }  // namespace

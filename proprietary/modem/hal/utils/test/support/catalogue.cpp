@@ -5,8 +5,11 @@
 #include <dirent.h>
 #include <dlfcn.h>
 #include <gtest/gtest-spi.h>
+#include <limits.h>
+#include <netinet/in.h>
 #include <signal.h>
 #include <string.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -21,7 +24,7 @@
 #include <map>
 #include <mutex>
 #include <regex>
-#ifdef KOVANI_TOOL
+#ifdef KOVANI_HOST_PROP_CHILD
 #include <nlohmann/json.hpp>
 #endif
 #include <thread>
@@ -89,6 +92,11 @@ Words Tokens(const std::string& line, char separator = ' ') {
 }
 
 std::string N(long long number) { return std::to_string(number); }
+
+std::string SelfPath() {
+  char path[PATH_MAX] = {0};
+  return readlink("/proc/self/exe", path, sizeof(path) - 1) > 0 ? path : "";
+}
 
 // A data file: in the source tree, or on a phone beside the test binary.
 std::string Data(const std::string& name) {
@@ -176,6 +184,64 @@ Fn Real(const char* name) {
   return reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
 }
 
+// ---- A stand-in adb server ----
+
+// It listens on a private loopback port and answers the real adb client's
+// host requests: its protocol version, features, the device list, a
+// transport to a listed device and that device's getprop, the sample dump.
+struct FakeAdb {
+  explicit FakeAdb(const std::string& version) : version(version) {
+    sockaddr_in address = {AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};  // any free port
+    socklen_t size = sizeof(address);
+    bind(listener, reinterpret_cast<sockaddr*>(&address), size);
+    listen(listener, 8);
+    getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
+    port = ntohs(address.sin_port);
+    thread = std::thread([this] {
+      for (int fd; (fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0; close(fd))
+        Serve(fd);
+    });
+  }
+  ~FakeAdb() {
+    shutdown(listener, SHUT_RDWR);
+    thread.join();
+    close(listener);
+  }
+  static std::string Okay(const std::string& payload) {
+    char length[5];
+    snprintf(length, sizeof(length), "%04zx", payload.size());
+    return "OKAY" + std::string(length) + payload;
+  }
+  // Requests until one that ends the connection; a transport keeps it.
+  void Serve(int fd) {
+    std::string serial;
+    for (char length[5] = {0}; recv(fd, length, 4, MSG_WAITALL) == 4;) {
+      std::string request(std::stoul(length, nullptr, 16), '\0'), list;
+      if (recv(fd, request.data(), request.size(), MSG_WAITALL) != ssize_t(request.size())) return;
+      std::lock_guard<std::mutex> lock(mutex);
+      for (const auto& [name, state] : devices) list += name + "\t" + state + "\n";
+      const std::string last = request.substr(request.rfind(':') + 1);
+      const bool transport = request.rfind("host:tport:serial:", 0) == 0 && devices.count(last);
+      std::string reply = "FAIL" + Okay("device not found").substr(4);
+      if (transport) serial = last, reply = "OKAY" + std::string(8, '\1');  // its id follows
+      if (request == "host:version") reply = Okay(version);
+      if (request == "host:kill" || last == "features") reply = Okay("");
+      if (request == "host:devices") reply = Okay(list);
+      if (!serial.empty() && (request == "exec:getprop" || request == "shell:getprop")) {
+        reply = "OKAY" + Read(Data("kestrel_cert.getprop"));
+      }
+      send(fd, reply.data(), reply.size(), MSG_NOSIGNAL);
+      if (!transport) return;
+    }
+  }
+
+  int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), port = 0;
+  std::string version;
+  std::mutex mutex;
+  std::map<std::string, std::string> devices;  // serial: state
+  std::thread thread;
+};
+
 // ---- What the timer callbacks and threads saw ----
 
 std::mutex g_mutex;
@@ -248,9 +314,12 @@ struct Run {
   Run() {
     char path[] = "/tmp/kovani_test_XXXXXX";
     dir = mkdtemp(path) != nullptr ? std::string(path) + "/" : "";
-    tool.env = {"KOVANI_PROPERTY_PROFILE", "KOVANI_PROPERTY_PERSIST"};  // no profile for the tool
+    tool.env = {"KOVANI_PROPERTY_PROFILE", "KOVANI_PROPERTY_PERSIST"};  // unless a step sets them
   }
   ~Run() {
+    // Never leaves an adb server running.
+    if (adb && system(("adb -P " + N(adb->port) + " kill-server >/dev/null 2>&1").c_str())) {
+    }
     sigaction(SIGALRM, &saved_alarm, nullptr);
     if (stdin_copy >= 0) dup2(stdin_copy, STDIN_FILENO), close(stdin_copy);
     FakeProc("");
@@ -274,7 +343,7 @@ struct Run {
   std::string reports;  // of the property store
   ChildOptions tool;    // for the tool's runs
   ChildRun ran;
-  std::string devices;  // the fake adb's
+  std::unique_ptr<FakeAdb> adb;
   struct sigaction saved_alarm = {};
   int stdin_copy = -1;
   Console console;
@@ -487,11 +556,20 @@ void Churn(uint32_t from, uint32_t to) {
   }
 }
 
-void SetStatus(Run* r, const Words& t, const std::string& text) {
-  const std::string file = "proc/" + N(getpid()) + "/status";
-  fs::remove(r->dir + file);
-  if (t[2] != "null") r->Write(file, text);
-  FakeProc(r->dir + "proc");
+// The fake adb server for the tool's runs, speaking the protocol version of
+// the adb on PATH ("1.0.41": 0029).
+bool StartAdb(Run* r) {
+  FILE* adb = popen("adb version 2>/dev/null", "r");
+  char text[256] = "";
+  if (adb != nullptr && fread(text, 1, sizeof(text) - 1, adb) == 0) text[0] = '\0';
+  if (adb != nullptr) pclose(adb);
+  const char* at = strstr(text, "1.0.");
+  if (at == nullptr) return false;
+  char version[5];
+  snprintf(version, sizeof(version), "%04x", atoi(at + 4));
+  r->adb = std::make_unique<FakeAdb>(version);
+  r->tool.env.push_back("ANDROID_ADB_SERVER_PORT=" + N(r->adb->port));
+  return true;
 }
 
 // The bare sink lines as "PRIORITY text", or each framed line's prefix and
@@ -519,7 +597,7 @@ std::string All() {
   return all;
 }
 
-#ifdef KOVANI_TOOL
+#ifdef KOVANI_HOST_PROP_CHILD
 std::string Json(const std::string& text, const std::string& pointer) {
   const auto json = nlohmann::json::parse(text, nullptr, false);
   if (json.is_discarded()) return "not JSON";
@@ -545,7 +623,7 @@ void Step(Run* r, const Words& t, const std::string& a, std::string text) {
   if (w == "fifo") return (void)mkfifo(path.c_str(), 0600);
   if (w == "chmod") return (void)chmod(path.c_str(), std::stoul(t[3], nullptr, 8));
   if (w == "symlink") return fs::create_symlink(t[3], path);
-  if (w == "status") return SetStatus(r, t, text);
+  if (w == "rm") return (void)fs::remove(path);
   if (w == "proc") return FakeProc(path);
   for (size_t i = 2; w == "writes" && i < t.size(); ++i) {
     std::lock_guard<std::mutex> lock(g_writes_mutex);
@@ -596,31 +674,32 @@ void Step(Run* r, const Words& t, const std::string& a, std::string text) {
   if (w == "input") return (void)(r->tool.input = text);
   if (w == "stdout" || w == "stderr")
     return (void)((w == "stdout" ? r->tool.out : r->tool.err) = text);
-  if (w == "adb") {
-    r->devices += t.size() > 3 ? t[2] + "\t" + t[3] + "\n" : "";
-    r->tool.env.push_back("PATH=" + Data("fake-adb") + ":" + getenv("PATH"));
-    return r->tool.env.push_back("KOVANI_FAKE_ADB_DEVICES=" + r->devices);
+  if (w == "adb" && !r->adb && !StartAdb(r)) GTEST_SKIP() << "no adb on PATH";
+  if (w == "adb" && t.size() > 3) {
+    std::lock_guard<std::mutex> lock(r->adb->mutex);
+    r->adb->devices[t[2]] = t[3];
   }
   if (w == "exit") return Same(N(r->ran.status), a, r->ran.err);
   if (w == "out" || w == "err")
     return Check((a == "is" ? out == text : out.find(text) != std::string::npos) == (a != "lacks"),
                  out);
-#ifdef KOVANI_TOOL
+#ifdef KOVANI_HOST_PROP_CHILD
   if (w == "json") return Same(Json(r->ran.out, a), nlohmann::json::parse(t[3]).dump(), r->ran.out);
 #endif
-  if (w != "writes") ADD_FAILURE() << "unknown step " << w;
+  if (w != "writes" && w != "adb") ADD_FAILURE() << "unknown step " << w;
 }
 
-// "$ ARGS": runs the tool.
-void RunTool([[maybe_unused]] Run* run, const Words& t) {
-#ifdef KOVANI_TOOL
-  Words argv = {KOVANI_TOOL};
+// "$ ARGS" runs the tool, "% ARGS" the host store's helper.
+void RunProgram([[maybe_unused]] Run* run, const Words& t) {
+#ifdef KOVANI_HOST_PROP_CHILD
+  Words argv = {t[0] == "$" ? KOVANI_TOOL : KOVANI_HOST_PROP_CHILD};
+  if (argv[0].empty()) GTEST_SKIP() << "built without the tool";
   std::string text;
   for (size_t i = 1; i < t.size(); ++i) argv.push_back(ParseText(t[i], &text) ? text : "");
   run->ran = RunChild(argv, run->tool);
   run->tool.input = run->tool.out = run->tool.err = "";
 #else
-  GTEST_SKIP() << "built without the tool: " << t[0];
+  GTEST_SKIP() << "no host programs on a phone: " << t[0];
 #endif
 }
 
@@ -719,17 +798,14 @@ void RunSequence(const Sequence& sequence) {
       if (t.size() > 2) ParseText(t[2], &a);
       if (t.size() > 1) ParseText(t.back(), &text);
       if (step[0] == '>') Call(&run, t);
-      if (step[0] == '$') RunTool(&run, t);
+      if (step[0] == '$' || step[0] == '%') RunProgram(&run, t);
       if (step[0] == '@') expected[t[0]].push_back(step.substr(step.find(' ') + 1));
       if (step[0] == 'E' || step[0] == 'D') expected[""].push_back(step);
       if (step[0] == '!' || step[0] == '?') Step(&run, t, a, text);
-      const int last = failures.size() - 1;
-      if (last >= 0 && (failures.GetTestPartResult(last).fatally_failed() ||
-                        failures.GetTestPartResult(last).skipped())) {
-        break;
-      }
+      const int n = failures.size();
+      if (n > 0 && !failures.GetTestPartResult(n - 1).nonfatally_failed()) break;  // or skipped
     }
-    WaitForThreads(run.threads);
+    WaitForThreads(run.threads + (run.adb != nullptr));  // the adb stand-in's ends later
     kovani_host_property_set_reporter(nullptr, nullptr);
     SetSyslogHandler(nullptr);
   }

@@ -1,5 +1,4 @@
 #include <fcntl.h>
-#include <limits.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -45,11 +44,6 @@ std::string Rest(FILE* file) {
 }
 
 }  // namespace
-
-std::string SelfPath() {
-  char path[PATH_MAX] = {0};
-  return readlink("/proc/self/exe", path, sizeof(path) - 1) > 0 ? path : "";
-}
 
 Child::Child(const std::vector<std::string>& argv, const ChildOptions& options) {
   std::vector<std::string> args, env;

@@ -26,8 +26,6 @@ struct ChildOptions {
   std::string out, err;          // "" captured, "-" closed, or a path to write
 };
 
-std::string SelfPath();
-
 // A child running while its parent goes on.
 struct Child {
   explicit Child(const std::vector<std::string>& argv, const ChildOptions& options = {});
