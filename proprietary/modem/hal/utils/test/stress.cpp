@@ -121,19 +121,21 @@ int main(int argc, char** argv) {
   }
   g_stop = true;
   for (std::thread& t : threads) t.join();
-  // Stopped and cleared timers' threads still sleep out their timeouts.
-  for (const auto deadline = end + std::chrono::seconds(10);
-       Tasks() > idle && Clock::now() < deadline;) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  long started = 0, fired = 0, stopped = 0, cleared = 0, lost = 0, twice = 0, after_stop = 0;
-  for (const auto& list : timers) {
-    for (const Timer& t : list) {
-      const bool unfired = !t.stopped && t.fired == 0;
-      ++started, fired += t.fired > 0, stopped += t.stopped, twice += t.fired > 1;
-      after_stop += t.stopped && t.fired > 0;
-      cleared += unfired && t.clears != g_clears, lost += unfired && t.clears == g_clears;
+  // Until every timer that should fire did, and the threads of stopped and
+  // cleared ones, which sleep out their timeouts, are gone.
+  long started, fired, stopped, cleared, lost, twice, after_stop;
+  for (const auto deadline = end + std::chrono::seconds(10);;) {
+    started = fired = stopped = cleared = lost = twice = after_stop = 0;
+    for (const auto& list : timers) {
+      for (const Timer& t : list) {
+        const bool unfired = !t.stopped && t.fired == 0;
+        ++started, fired += t.fired > 0, stopped += t.stopped, twice += t.fired > 1;
+        after_stop += t.stopped && t.fired > 0;
+        cleared += unfired && t.clears != g_clears, lost += unfired && t.clears == g_clears;
+      }
     }
+    if ((lost == 0 && Tasks() <= idle) || Clock::now() > deadline) break;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   fprintf(stderr,
           "%d s, 12 threads: timers started %ld, fired %ld, stopped %ld, cleared %ld; "
