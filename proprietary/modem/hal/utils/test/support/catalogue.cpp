@@ -135,9 +135,8 @@ __attribute__((format(printf, 2, 0))) void Record(int priority, const char* form
   vsnprintf(text, sizeof(text), format, args);
   line.priority = priority, line.thread = gettid(), line.text = text;
   std::smatch m;
-  if ((line.framed = std::regex_match(line.text, m, frame))) {
+  if ((line.framed = std::regex_match(line.text, m, frame)))
     line.prefix = m[1], line.file = m[2], line.line = m[3], line.func = m[4], line.body = m[5];
-  }
   std::lock_guard<std::mutex> lock(g_lines_mutex);
   g_lines.push_back(std::move(line));
 }
@@ -660,6 +659,7 @@ void Step(Run* r, const Words& t, const std::string& a, std::string text) {
   // The record of kovani_get_current_pid_info, cleared whole first.
   if (w == "info")
     return Same(N(r->info.p_id) + r->info.p_name + N(r->info.p_name[255]), a + text + "0", w);
+  if (w == "name-tail") return Same(N(std::exchange(kovani_utils_get_pid_name()[249], '#')), a, w);
   if (w == "heap") return Check(r->heap == nullptr, w);
   if (w == "took") return Check(r->took >= std::chrono::seconds(std::stoi(a)), w);
   if (w == "console")
