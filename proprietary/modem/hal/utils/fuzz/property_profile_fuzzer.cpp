@@ -31,7 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (persist_file) {
     kovani_host_property_set_persist_file(g_path);
   } else {
-    kovani_host_property_load(g_path);
+    kovani_host_property_load(g_path, nullptr);
   }
   kovani_host_property_foreach(
       [](const char* name, const char*, void*) {

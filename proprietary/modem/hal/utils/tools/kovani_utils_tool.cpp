@@ -25,7 +25,6 @@
 
 #include "kovani_host_properties.h"
 #include "kovani_utils.h"
-#include "syslog_sink.h"
 
 extern char** environ;
 
@@ -96,18 +95,10 @@ int Print(const std::string& text) {
   return 0;
 }
 
-__attribute__((format(printf, 2, 0))) void TraceSyslog(int priority, const char* format,
-                                                       va_list args) {
-  if (!g_trace) return;
-  fprintf(stderr, "syslog %d: ", priority);
-  vfprintf(stderr, format, args);
-  fputc('\n', stderr);
-}
 
 // ---- What the property store reports ----
 
 struct Reports {
-  std::map<std::string, long> bad_lines;  // per file
   long warnings = 0;
   std::string unreadable;  // why the last file was refused
   std::string unwritable;  // why a change did not reach the persistence file
@@ -120,7 +111,6 @@ void OnReport(int kind, const char* file, unsigned long line, const char* reason
   } else if (kind == KOVANI_HOST_PROPERTY_UNWRITABLE) {
     if (g_reports.unwritable.empty()) g_reports.unwritable = reason;
   } else {
-    ++g_reports.bad_lines[file];
     if (++g_reports.warnings <= kShownWarnings) {
       fprintf(stderr, "%s:%lu: %s, line %s\n", file, line, reason,
               kind == KOVANI_HOST_PROPERTY_LINE_KEPT ? "kept as it is" : "skipped");
@@ -252,13 +242,13 @@ std::string SampleProfile() {
 // Loads one source; its summary goes to stderr. 0, or the exit status.
 int LoadSource(const std::string& file, const std::string& text, bool from_text) {
   g_reports.unreadable.clear();
-  const int count = from_text
-                        ? kovani_host_property_load_text(file.c_str(), text.data(), text.size())
-                        : kovani_host_property_load_file(file.c_str());
+  unsigned long bad = 0;
+  const int count =
+      from_text ? kovani_host_property_load_text(file.c_str(), text.data(), text.size(), &bad)
+                : kovani_host_property_load(file.c_str(), &bad);
   if (count < 0)
     return Fail("cannot read profile '%s': %s", file.c_str(), g_reports.unreadable.c_str());
-  fprintf(stderr, "loaded %d properties from %s, skipped %ld lines\n", count, file.c_str(),
-          g_reports.bad_lines[file]);
+  fprintf(stderr, "loaded %d properties from %s, skipped %lu lines\n", count, file.c_str(), bad);
   if (count == 0) return Fail("no property in '%s'", file.c_str());
   return 0;
 }
@@ -508,6 +498,23 @@ void AddOptions(CLI::App* command, Options* options, bool with_device, bool with
 
 }  // namespace
 
+// The library's system log: shown on stderr with --trace, dropped otherwise.
+// <syslog.h> stays out, so that no fortified wrapper hides these names.
+extern "C" __attribute__((format(printf, 2, 0))) void vsyslog(int priority, const char* format,
+                                                              va_list args) {
+  if (!g_trace) return;
+  fprintf(stderr, "syslog %d: ", priority);
+  vfprintf(stderr, format, args);
+  fputc('\n', stderr);
+}
+
+// What glibc's fortified builds call instead.
+extern "C" __attribute__((format(printf, 3, 0))) void __vsyslog_chk(int priority, int,
+                                                                    const char* format,
+                                                                    va_list args) {
+  vsyslog(priority, format, args);
+}
+
 int main(int argc, char** argv) {
   signal(SIGPIPE, SIG_IGN);
   CLI::App app{
@@ -542,6 +549,5 @@ int main(int argc, char** argv) {
                            : ssr_get->parsed() ? get_options
                                                : set_options;
   SetUpStreams(options.trace);
-  kovani_test::SetSyslogHandler(TraceSyslog);
   return info->parsed() ? RunInfo(options) : RunSsr(options, ssr_set->parsed(), level);
 }

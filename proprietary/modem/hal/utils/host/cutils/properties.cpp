@@ -841,10 +841,7 @@ extern "C" void kovani_host_property_set_reporter(kovani_host_property_reporter 
   }
 }
 
-namespace {
-
-// kovani_host_property_load and _load_file: want_bad picks the count.
-int load_path(const char* path, bool want_bad) {
+extern "C" int kovani_host_property_load(const char* path, unsigned long* bad_lines) {
   if (path == nullptr) {
     errno = EINVAL;
     return -1;
@@ -853,7 +850,8 @@ int load_path(const char* path, bool want_bad) {
     return with_store([&](Store& s) {
       int set = 0, bad = 0;
       if (!s.load_file_locked(path, &set, &bad)) return -1;
-      return want_bad ? bad : set;
+      if (bad_lines != nullptr) *bad_lines = static_cast<unsigned long>(bad);
+      return set;
     });
   } catch (...) {
     errno = ENOMEM;
@@ -861,13 +859,8 @@ int load_path(const char* path, bool want_bad) {
   }
 }
 
-}  // namespace
-
-extern "C" int kovani_host_property_load(const char* path) { return load_path(path, true); }
-
-extern "C" int kovani_host_property_load_file(const char* path) { return load_path(path, false); }
-
-extern "C" int kovani_host_property_load_text(const char* source, const char* text, size_t size) {
+extern "C" int kovani_host_property_load_text(const char* source, const char* text, size_t size,
+                                              unsigned long* bad_lines) {
   if (text == nullptr && size > 0) {
     errno = EINVAL;
     return -1;
@@ -880,7 +873,9 @@ extern "C" int kovani_host_property_load_text(const char* source, const char* te
         return -1;
       }
       int bad = 0;
-      return s.load_text_locked(name, std::string_view(size > 0 ? text : "", size), &bad);
+      const int set = s.load_text_locked(name, std::string_view(size > 0 ? text : "", size), &bad);
+      if (bad_lines != nullptr) *bad_lines = static_cast<unsigned long>(bad);
+      return set;
     });
   } catch (...) {
     errno = ENOMEM;

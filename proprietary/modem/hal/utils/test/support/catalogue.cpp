@@ -478,7 +478,7 @@ const std::map<std::string, Adapter>& Adapters() {
         kovani_set_modem_ssr_type, kovani_modem_ssr_wait_s, kovani_timer_start,
         kovani_timer_start_ex, kovani_timer_start_ex_params, kovani_timer_start_ex_params_adv,
         kovani_timer_stop, kovani_timer_is_active, kovani_timer_clear_callback_list, property_get,
-        property_set, kovani_host_property_load, kovani_host_property_load_file,
+        property_set,
         kovani_host_property_seed, kovani_host_property_unset,
         kovani_host_property_set_persist_file, kovani_host_property_reset));
     (*map)["kovani_utils_format_log_msg"] =
@@ -490,8 +490,11 @@ const std::map<std::string, Adapter>& Adapters() {
     (*map)["kovani_create_pthread"] =
         Make(+[](const char* n, Proc p) { return kovani_create_pthread(n, p, nullptr) != 0; });
     (*map)["kovani_host_property_load_text"] = Make(+[](const char* source, const char* text) {
-      return kovani_host_property_load_text(source, text, text == nullptr ? 0 : strlen(text));
+      return kovani_host_property_load_text(source, text, text == nullptr ? 0 : strlen(text),
+                                            nullptr);
     });
+    (*map)["kovani_host_property_load"] = Make(
+        +[](const char* path) { return kovani_host_property_load(path, nullptr); });
     (*map)["kovani_mem_malloc"] = [](Run* run, const Words& words) {
       return N((run->heap = kovani_mem_malloc(std::stoul(words[0]))) != nullptr);
     };
@@ -613,7 +616,7 @@ void Step(Run* r, const Words& t, const std::string& a, std::string text) {
   char stored[PROPERTY_VALUE_MAX] = "";
   if (w == "seed")
     return (void)kovani_host_property_seed(a.c_str(), t[3] == "null" ? nullptr : text.c_str());
-  if (w == "load") return Same(N(kovani_host_property_load(Data(a).c_str())), "0", a);
+  if (w == "load") return Same(N(kovani_host_property_load(Data(a).c_str(), nullptr) >= 0), "1", a);
   if (w == "let") return Let(a, text);
   if (w == "file" && t[0] == "!") return r->Write(a, text);
   if (w == "file" && t.size() > 4) return Check(Read(path).find(text) != std::string::npos, path);

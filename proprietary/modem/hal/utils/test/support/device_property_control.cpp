@@ -13,9 +13,10 @@ int Refused() {
 
 extern "C" {
 void kovani_host_property_set_reporter(kovani_host_property_reporter, void*) {}
-int kovani_host_property_load(const char*) { return Refused(); }
-int kovani_host_property_load_file(const char*) { return Refused(); }
-int kovani_host_property_load_text(const char*, const char*, size_t) { return Refused(); }
+int kovani_host_property_load(const char*, unsigned long*) { return Refused(); }
+int kovani_host_property_load_text(const char*, const char*, size_t, unsigned long*) {
+  return Refused();
+}
 int kovani_host_property_seed(const char*, const char*) { return Refused(); }
 int kovani_host_property_unset(const char*) { return Refused(); }
 void kovani_host_property_reset(void) {}

@@ -66,30 +66,24 @@ __attribute__((visibility("default"))) void kovani_host_property_set_reporter(
  * ignoring write-once. A getprop value that spans lines is joined with '\n'
  * up to the line that ends with ']'; one that never closes is a single bad
  * line at its first line number. Each bad line (including one holding a NUL
- * byte) is reported as LINE_SKIPPED and skipped. Returns the number of bad
- * lines, or -1 with errno set after an UNREADABLE report (EINVAL for a NULL
- * path, without a report).
+ * byte) is reported as LINE_SKIPPED and skipped. Returns the number of
+ * entries that set a property (a value spanning lines counts once) and, when
+ * bad_lines is not NULL, stores the number of bad lines there; or returns -1
+ * with errno set after an UNREADABLE report (EINVAL for a NULL path, without
+ * a report).
  */
-__attribute__((visibility("default"))) int kovani_host_property_load(const char* path);
-
-/*
- * The same as kovani_host_property_load, but returns the number of entries
- * that set a property (a value spanning lines counts once), or -1 with
- * errno set.
- */
-__attribute__((visibility("default"))) int kovani_host_property_load_file(const char* path);
+__attribute__((visibility("default"))) int kovani_host_property_load(const char* path,
+                                                                     unsigned long* bad_lines);
 
 /*
  * Loads size bytes of profile text from memory, such as standard input,
- * under the rules of kovani_host_property_load_file; source names the text
- * in reports ("-" when NULL). Returns the number of entries that set a
- * property, or -1 with errno set: EINVAL for NULL text with a non-zero size,
- * EFBIG after an UNREADABLE report for text larger than
- * KOVANI_HOST_PROPERTY_FILE_MAX.
+ * under the rules of kovani_host_property_load; source names the text in
+ * reports ("-" when NULL). Returns as kovani_host_property_load does, with
+ * errno EINVAL for NULL text with a non-zero size, or EFBIG after an
+ * UNREADABLE report for text larger than KOVANI_HOST_PROPERTY_FILE_MAX.
  */
-__attribute__((visibility("default"))) int kovani_host_property_load_text(const char* source,
-                                                                          const char* text,
-                                                                          size_t size);
+__attribute__((visibility("default"))) int kovani_host_property_load_text(
+    const char* source, const char* text, size_t size, unsigned long* bad_lines);
 
 /*
  * Sets a property regardless of write-once and value rules; only the name
