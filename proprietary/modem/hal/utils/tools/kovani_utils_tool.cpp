@@ -23,6 +23,7 @@
 #include <string>
 #include <vector>
 
+#include "bugreport.h"
 #include "kovani_host_properties.h"
 #include "kovani_utils.h"
 
@@ -272,7 +273,14 @@ int LoadProperties(const Options& options, std::string* profile) {
     if (files[i] == "-" && !ReadAll(STDIN_FILENO, &text)) {
       return Fail("cannot read standard input: %s", strerror(errno));
     }
-    status = LoadSource(*profile, text, files[i] == "-");
+    // A bug report's properties section, or the file as it is.
+    std::string label = *profile, error;
+    const kovani_tool::ProfileKind kind =
+        files[i] == "-" ? kovani_tool::TakeBugReportProfile(label, &text, &label, &error)
+                        : kovani_tool::ReadBugReportProfile(files[i], &text, &label, &error);
+    if (kind == kovani_tool::ProfileKind::kFailed) return Fail("%s", error.c_str());
+    status =
+        LoadSource(label, text, files[i] == "-" || kind == kovani_tool::ProfileKind::kBugReport);
   }
   if (g_reports.warnings > kShownWarnings) {
     fprintf(stderr, "kovani-utils: %ld more bad lines not shown\n",
