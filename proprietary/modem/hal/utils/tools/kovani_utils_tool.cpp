@@ -26,6 +26,7 @@
 #include "bugreport.h"
 #include "kovani_host_properties.h"
 #include "kovani_utils.h"
+#include "log_command.h"
 
 extern char** environ;
 
@@ -504,6 +505,16 @@ void AddOptions(CLI::App* command, Options* options, bool with_device, bool with
                     "Show the library's log lines (system log and console) on stderr");
 }
 
+int RunLogCommand(const kovani_tool::LogOptions& options) {
+  SetUpStreams(false);
+  std::string device_log, error;
+  if (options.FromDevice() && !RunAdb(kovani_tool::DeviceLogArgs(options), &device_log, &error)) {
+    return Fail("cannot read the device's log: %s", error.c_str());
+  }
+  const auto fail = [](const std::string& message) { return Fail("%s", message.c_str()); };
+  return kovani_tool::RunLog(options, device_log, {Print, fail, kSchema});
+}
+
 }  // namespace
 
 // The library's system log: shown on stderr with --trace, dropped otherwise.
@@ -543,6 +554,8 @@ int main(int argc, char** argv) {
   ssr_set->add_option("level", level, "def, ssr or dump")
       ->required()
       ->check(CLI::IsMember({"def", "ssr", "dump"}));
+  kovani_tool::LogOptions log_options;
+  CLI::App* log = kovani_tool::AddLogCommand(&app, &log_options);
 
   try {
     app.parse(argc, argv);
@@ -553,6 +566,7 @@ int main(int argc, char** argv) {
               << app.help();
     return kExitUsage;
   }
+  if (log->parsed()) return RunLogCommand(log_options);
   const Options& options = info->parsed()      ? info_options
                            : ssr_get->parsed() ? get_options
                                                : set_options;

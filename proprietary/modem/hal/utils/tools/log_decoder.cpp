@@ -1,0 +1,564 @@
+#include "log_decoder.h"
+
+#include <string.h>
+
+#include <algorithm>
+#include <iterator>
+
+#include "bugreport.h"
+
+namespace kovani_tool {
+
+const char kFormatsTried[] =
+    "logcat threadtime, time, brief, tag, process and long; a bug report's SYSTEM LOG section "
+    "(text or zip); syslog; the console form RIL[function:line]";
+
+const char* FormatName(LogFormat format) {
+  switch (format) {
+    case LogFormat::kThreadtime:
+      return "logcat threadtime";
+    case LogFormat::kTime:
+      return "logcat time";
+    case LogFormat::kBrief:
+      return "logcat brief";
+    case LogFormat::kTag:
+      return "logcat tag";
+    case LogFormat::kProcess:
+      return "logcat process";
+    case LogFormat::kLong:
+      return "logcat long";
+    case LogFormat::kSyslog:
+      return "syslog";
+    case LogFormat::kConsole:
+      return "console";
+    case LogFormat::kPlain:
+      break;
+  }
+  return "plain";
+}
+
+namespace {
+
+constexpr std::string_view kFrameAnchor = "[kovani_utils_";
+constexpr std::string_view kConsoleAnchor = "RIL[";
+constexpr std::string_view kSourceFiles[] = {"cmn.cpp:", "timer.cpp:"};
+// How far back from the frame's source file a task name's '[' is looked for.
+constexpr size_t kTaskNameMax = 256;
+// How much of the line before a block is kept, for a long-format header.
+constexpr size_t kKeptLineMax = 256;
+
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
+bool IsPriority(char c) { return c != '\0' && strchr("VDIWEFAS", c) != nullptr; }
+
+bool IsIdentifier(char c) {
+  return IsDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+}
+
+// A reading position in one line.
+class Cursor {
+ public:
+  explicit Cursor(std::string_view text) : text_(text) {}
+
+  char Peek(size_t ahead = 0) const {
+    return pos_ + ahead < text_.size() ? text_[pos_ + ahead] : '\0';
+  }
+  size_t pos() const { return pos_; }
+  std::string_view Since(size_t from) const { return text_.substr(from, pos_ - from); }
+  std::string_view Rest() const { return text_.substr(pos_); }
+
+  bool Skip(char c) {
+    if (Peek() != c) return false;
+    ++pos_;
+    return true;
+  }
+  bool Skip(std::string_view literal) {
+    if (text_.substr(pos_, literal.size()) != literal) return false;
+    pos_ += literal.size();
+    return true;
+  }
+  void SkipSpaces() {
+    while (Peek() == ' ') ++pos_;
+  }
+  void SkipTo(size_t pos) { pos_ = pos; }
+
+  // min to max digits, as a number.
+  bool Number(size_t min, size_t max, uint64_t* value) {
+    size_t n = 0;
+    for (*value = 0; n < max && IsDigit(Peek()); ++n, ++pos_) *value = *value * 10 + (Peek() - '0');
+    return n >= min;
+  }
+  // Up to the next space or the end.
+  std::string_view Token() {
+    const size_t from = pos_;
+    while (pos_ < text_.size() && text_[pos_] != ' ') ++pos_;
+    return Since(from);
+  }
+
+ private:
+  std::string_view text_;
+  size_t pos_ = 0;
+};
+
+int64_t DaysFromCivil(int64_t y, unsigned m, unsigned d) {
+  y -= m <= 2;
+  const int64_t era = (y >= 0 ? y : y - 399) / 400;
+  const unsigned yoe = static_cast<unsigned>(y - era * 400);
+  const unsigned doy = (153 * (m > 2 ? m - 3 : m + 9) + 2) / 5 + d - 1;
+  const unsigned doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+  return era * 146097 + static_cast<int64_t>(doe) - 719468;
+}
+
+// Digits after a second's '.', as milliseconds.
+int64_t Milliseconds(Cursor* c) {
+  int64_t ms = 0;
+  size_t n = 0;
+  for (; IsDigit(c->Peek()); ++n, c->Skip(c->Peek())) {
+    if (n < 3) ms = ms * 10 + (c->Peek() - '0');
+  }
+  for (; n < 3; ++n) ms *= 10;
+  return ms;
+}
+
+// HH:MM:SS with an optional fraction, as milliseconds into the day.
+bool Clock(Cursor* c, int64_t* ms) {
+  uint64_t h, m, s;
+  if (!c->Number(2, 2, &h) || !c->Skip(':') || !c->Number(2, 2, &m) || !c->Skip(':') ||
+      !c->Number(2, 2, &s)) {
+    return false;
+  }
+  *ms = static_cast<int64_t>(((h * 60 + m) * 60 + s) * 1000);
+  if (c->Skip('.')) *ms += Milliseconds(c);
+  return true;
+}
+
+// Dates without a year count as in 2000, a leap year, so that 02-29 exists.
+constexpr int64_t kYearUnknown = 2000;
+
+// A syslog date: "Nov 23 13:51:00".
+bool MonthDayTime(Cursor* c, int64_t* ms) {
+  static constexpr std::string_view kMonths = "JanFebMarAprMayJunJulAugSepOctNovDec";
+  const std::string_view name = c->Rest().substr(0, 3);
+  const size_t month = name.size() == 3 ? kMonths.find(name) : std::string_view::npos;
+  uint64_t day;
+  if (month == std::string_view::npos || month % 3 != 0) return false;
+  c->Skip(name);
+  c->SkipSpaces();
+  int64_t clock;
+  if (!c->Number(1, 2, &day) || !c->Skip(' ') || !Clock(c, &clock)) return false;
+  *ms = DaysFromCivil(kYearUnknown, static_cast<unsigned>(month / 3 + 1),
+                      static_cast<unsigned>(day)) *
+            86400000 +
+        clock;
+  return true;
+}
+
+// logcat's "[YYYY-]MM-DD HH:MM:SS.mmm[uuu] [+zone]" or "seconds.mmm" (epoch,
+// monotonic), or a syslog's ISO "YYYY-MM-DDTHH:MM:SS.ffffff+zone" or
+// "Mmm DD HH:MM:SS". Sets *syslog for the two syslog forms.
+bool Time(Cursor* c, LineHeader* header, bool* syslog) {
+  c->SkipSpaces();
+  const size_t from = c->pos();
+  int64_t ms = 0;
+  *syslog = MonthDayTime(c, &ms);
+  TimeBase base = TimeBase::kNoYear;
+  uint64_t first, month, day;
+  if (!*syslog) {
+    c->SkipTo(from);
+    const size_t digits_from = c->pos();
+    if (!c->Number(1, 12, &first)) return false;
+    const size_t digits = c->pos() - digits_from;
+    if (c->Skip('.')) {
+      ms = static_cast<int64_t>(first) * 1000 + Milliseconds(c);
+      base = TimeBase::kSeconds;
+    } else {
+      int64_t year = kYearUnknown;
+      if (digits == 4 && c->Skip('-')) {
+        year = static_cast<int64_t>(first);
+        base = TimeBase::kDated;
+        if (!c->Number(2, 2, &month)) return false;
+      } else if (digits == 2) {
+        month = first;
+      } else {
+        return false;
+      }
+      int64_t clock;
+      if (!c->Skip('-') || !c->Number(2, 2, &day) || month < 1 || month > 12 || day < 1 ||
+          day > 31) {
+        return false;
+      }
+      *syslog = c->Skip('T');
+      if ((!*syslog && !c->Skip(' ')) || !Clock(c, &clock)) return false;
+      ms =
+          DaysFromCivil(year, static_cast<unsigned>(month), static_cast<unsigned>(day)) * 86400000 +
+          clock;
+    }
+  }
+  // The zone: "Z", "+01:00" or "+0100" in a syslog, " +0100" in logcat.
+  const bool zone_follows = *syslog ? !c->Skip('Z') : c->Peek() == ' ' && IsDigit(c->Peek(2));
+  if (zone_follows && (c->Peek(*syslog ? 0 : 1) == '+' || c->Peek(*syslog ? 0 : 1) == '-')) {
+    uint64_t zone;
+    c->SkipTo(c->pos() + (*syslog ? 1 : 2));
+    if (c->Number(2, 2, &zone)) c->Skip(':');
+    c->Number(2, 2, &zone);
+  }
+  header->time = c->Since(from);
+  header->ms = ms;
+  header->base = base;
+  return true;
+}
+
+uint32_t ToId(std::string_view digits) {
+  uint64_t value = 0;
+  for (char ch : digits) {
+    if (!IsDigit(ch) || value > UINT32_MAX) return 0;
+    value = value * 10 + static_cast<uint64_t>(ch - '0');
+  }
+  return value > UINT32_MAX ? 0 : static_cast<uint32_t>(value);
+}
+
+// "(pid)" or "(uid: pid)" just before "): " at or after the cursor.
+void ParenthesisedPid(Cursor* c, LineHeader* header) {
+  const std::string_view rest = c->Rest();
+  const size_t close = rest.find("): ");
+  if (close == std::string_view::npos) return;
+  size_t digits = close;
+  while (digits > 0 && IsDigit(rest[digits - 1])) --digits;
+  header->pid = ToId(rest.substr(digits, close - digits));
+}
+
+// After the time: "[uid] pid tid L tag: " (threadtime) or "L/tag( pid): "
+// (time).
+void LogcatFields(Cursor* c, LineHeader* header) {
+  c->SkipSpaces();
+  if (IsPriority(c->Peek()) && c->Peek(1) == '/') {
+    header->format = LogFormat::kTime;
+    header->priority = c->Peek();
+    ParenthesisedPid(c, header);
+    return;
+  }
+  std::string_view tokens[3];
+  for (size_t n = 0; n <= 3; ++n) {
+    const std::string_view token = c->Token();
+    if (n >= 2 && token.size() == 1 && IsPriority(token[0]) && c->Peek() == ' ') {
+      header->format = LogFormat::kThreadtime;
+      header->priority = token[0];
+      header->pid = ToId(tokens[n - 2]);
+      header->tid = ToId(tokens[n - 1]);
+      return;
+    }
+    if (n == 3 || token.empty()) return;
+    tokens[n] = token;
+    c->SkipSpaces();
+  }
+}
+
+// After a syslog's time: " host prog[pid]: ".
+void SyslogFields(Cursor* c, LineHeader* header) {
+  if (!c->Skip(' ')) return;
+  c->Token();
+  c->Skip(' ');
+  const std::string_view rest = c->Rest();
+  const size_t colon = rest.find(": ");
+  if (colon == std::string_view::npos) return;
+  header->format = LogFormat::kSyslog;
+  const size_t open = rest.substr(0, colon).find('[');
+  if (open != std::string_view::npos && rest[colon - 1] == ']') {
+    header->pid = ToId(rest.substr(open + 1, colon - 1 - open - 1));
+  }
+}
+
+// The header that starts line, if any.
+LineHeader ParseHeader(std::string_view line) {
+  LineHeader header;
+  Cursor c(line);
+  bool syslog = false;
+  if (Time(&c, &header, &syslog)) {
+    if (syslog) {
+      SyslogFields(&c, &header);
+    } else {
+      LogcatFields(&c, &header);
+    }
+    return header;
+  }
+  header = LineHeader();
+  if (!IsPriority(line.empty() ? '\0' : line[0]) || line.size() < 2) return header;
+  Cursor fields(line.substr(2));
+  if (line[1] == '(') {
+    header.format = LogFormat::kProcess;
+    fields.SkipSpaces();
+    uint64_t pid;
+    if (fields.Number(1, 10, &pid) && fields.Skip(')')) header.pid = static_cast<uint32_t>(pid);
+  } else if (line[1] == '/') {
+    const size_t colon = line.find(": ");
+    if (colon == std::string_view::npos) return header;
+    header.format = line[colon - 1] == ')' ? LogFormat::kBrief : LogFormat::kTag;
+    ParenthesisedPid(&fields, &header);
+  } else {
+    return header;
+  }
+  header.priority = line[0];
+  return header;
+}
+
+// logcat -v long's "[ MM-DD HH:MM:SS.mmm  pid: tid L/tag ]".
+bool ParseLongHeader(std::string_view line, LineHeader* header) {
+  Cursor c(line);
+  bool syslog = false;
+  LineHeader parsed;
+  uint64_t pid, tid;
+  if (!c.Skip("[ ") || !Time(&c, &parsed, &syslog) || syslog) return false;
+  c.SkipSpaces();
+  if (!c.Number(1, 10, &pid) || !c.Skip(':')) return false;
+  c.SkipSpaces();
+  if (!c.Number(1, 10, &tid) || !c.Skip(' ') || !IsPriority(c.Peek()) || c.Peek(1) != '/') {
+    return false;
+  }
+  parsed.format = LogFormat::kLong;
+  parsed.priority = c.Peek();
+  parsed.pid = static_cast<uint32_t>(pid);
+  parsed.tid = static_cast<uint32_t>(tid);
+  *header = parsed;
+  return true;
+}
+
+std::string_view WithoutCr(std::string_view line) {
+  return !line.empty() && line.back() == '\r' ? line.substr(0, line.size() - 1) : line;
+}
+
+const char* Find(const char* from, const char* end, std::string_view needle) {
+  if (from >= end) return nullptr;
+  return static_cast<const char*>(
+      memmem(from, static_cast<size_t>(end - from), needle.data(), needle.size()));
+}
+
+class Scanner {
+ public:
+  Scanner(size_t index, bool bug_report, LineSink* sink, SourceSummary* summary)
+      : index_(index), bug_report_(bug_report), sink_(sink), summary_(summary) {}
+
+  void ScanBlock(std::string_view block) {
+    block_ = block.data();
+    counted_to_ = block_;
+    const char* const end = block_ + block.size();
+    if (bug_report_) {
+      ScanSections(end);
+    } else {
+      ScanRegion(block_, end);
+    }
+    LineNumberAt(end);
+    const char* last = end;
+    if (last > block_ && last[-1] == '\n') --last;
+    const char* newline = static_cast<const char*>(memrchr(block_, '\n', last - block_));
+    const char* last_line = newline == nullptr ? block_ : newline + 1;
+    previous_line_.assign(last_line, std::min<size_t>(last - last_line, kKeptLineMax));
+  }
+
+ private:
+  // Only the system log of a bug report is the library's log.
+  void ScanSections(const char* end) {
+    for (const char* at = block_; at < end;) {
+      const char* header = std::string_view(at, end - at).substr(0, 7) == "------ "
+                               ? at
+                               : Find(at, end, "\n------ ");
+      if (header != nullptr && *header == '\n') ++header;
+      if (in_log_section_) ScanRegion(at, header == nullptr ? end : header);
+      if (header == nullptr) return;
+      const char* header_end = static_cast<const char*>(memchr(header, '\n', end - header));
+      if (header_end == nullptr) header_end = end;
+      in_log_section_ =
+          SectionName(std::string_view(header, header_end - header)) == kSystemLogSection;
+      at = header_end + 1;
+    }
+  }
+
+  // Lines between begin and end (both at line starts) that hold a frame or a
+  // console prefix; the two are searched for separately, each only once.
+  void ScanRegion(const char* begin, const char* end) {
+    const char* frame = Find(begin, end, kFrameAnchor);
+    const char* console = Find(begin, end, kConsoleAnchor);
+    while (frame != nullptr || console != nullptr) {
+      const char* hit = frame == nullptr     ? console
+                        : console == nullptr ? frame
+                                             : std::min(frame, console);
+      const char* newline = static_cast<const char*>(memrchr(begin, '\n', hit - begin));
+      const char* line_start = newline == nullptr ? begin : newline + 1;
+      const char* line_end = static_cast<const char*>(memchr(hit, '\n', end - hit));
+      if (line_end == nullptr) line_end = end;
+      DecodeLine(line_start, line_end);
+      const char* next = line_end == end ? end : line_end + 1;
+      if (frame != nullptr && frame < next) frame = Find(next, end, kFrameAnchor);
+      if (console != nullptr && console < next) console = Find(next, end, kConsoleAnchor);
+    }
+  }
+
+  // 1-based number of the line that starts at `at`.
+  uint64_t LineNumberAt(const char* at) {
+    for (const char* p = counted_to_; p < at; ++p) lines_counted_ += *p == '\n';
+    counted_to_ = at;
+    return lines_counted_ + 1;
+  }
+
+  void Unparsed(const char* line_start, std::string_view line, const char* reason, bool console) {
+    UnparsedLine unparsed;
+    unparsed.source = index_;
+    unparsed.line_number = LineNumberAt(line_start);
+    unparsed.text = line;
+    unparsed.reason = reason;
+    unparsed.console = console;
+    sink_->OnUnparsed(unparsed);
+  }
+
+  // The line before line_start: in this block, or the last one of the block
+  // before.
+  std::string_view PreviousLine(const char* line_start) const {
+    if (line_start == block_) return previous_line_;
+    const char* end = line_start - 1;
+    const char* newline = static_cast<const char*>(memrchr(block_, '\n', end - block_));
+    const char* start = newline == nullptr ? block_ : newline + 1;
+    return std::string_view(start, end - start);
+  }
+
+  void DecodeLine(const char* line_start, const char* line_end) {
+    const std::string_view line = WithoutCr(std::string_view(line_start, line_end - line_start));
+    LibraryLine decoded;
+    decoded.source = index_;
+    decoded.header = ParseHeader(line);
+    if (decoded.header.format == LogFormat::kPlain) {
+      ParseLongHeader(WithoutCr(PreviousLine(line_start)), &decoded.header);
+    }
+    const size_t frame = line.find(kFrameAnchor);
+    const char* reason = frame == std::string_view::npos
+                             ? DecodeConsole(line, &decoded)
+                             : DecodeFrame(line, frame + kFrameAnchor.size(), &decoded);
+    if (reason == kNotLibrary) return;
+    if (reason != nullptr) {
+      Unparsed(line_start, line, reason, decoded.console);
+      return;
+    }
+    if (summary_->library_lines++ == 0) summary_->format = decoded.header.format;
+    sink_->OnLine(decoded);
+  }
+
+  // The reasons a line is not decoded; kNotLibrary lines are someone else's.
+  static constexpr const char* kNotLibrary = "";
+  static constexpr const char* kCut = "the line ends inside the library's prefix";
+  static constexpr const char* kNoInstance = "no instance or task before the source file";
+  static constexpr const char* kBadFrame = "malformed prefix";
+  static constexpr const char* kUnknownFunction = "a function the library does not have";
+  static constexpr const char* kUnknownMessage = "not a message this function writes";
+
+  // What follows "[kovani_utils_" in text (a line), at `at`: "cmn.cpp:123]
+  // function: body". The text ends inside it on a cut line.
+  const char* DecodeFrame(std::string_view line, size_t at, LibraryLine* decoded) {
+    Cursor c(line.substr(at));
+    bool ours = false;
+    for (size_t i = 0; i < std::size(kSourceFiles) && !ours; ++i) {
+      const std::string_view file = kSourceFiles[i];
+      if (c.Rest().size() < file.size() && file.substr(0, c.Rest().size()) == c.Rest()) {
+        return kCut;
+      }
+      ours = c.Skip(file);
+    }
+    if (!ours) return kNotLibrary;
+    decoded->instance = Instance(line.substr(0, at - kFrameAnchor.size()));
+    if (decoded->instance.empty()) return kNoInstance;
+    uint64_t source_line;
+    if (!c.Number(1, 10, &source_line)) return c.Rest().empty() ? kCut : kBadFrame;
+    if (!c.Skip("] ")) return c.Rest().size() < 2 ? kCut : kBadFrame;
+    return DecodeFunctionAndBody(&c, ": ", decoded) ? nullptr : decode_failure_;
+  }
+
+  // "RIL[function:line]: body"; only a function of the library's makes it
+  // the library's.
+  const char* DecodeConsole(std::string_view line, LibraryLine* decoded) {
+    for (size_t at = line.find(kConsoleAnchor); at != std::string_view::npos;
+         at = line.find(kConsoleAnchor, at + 1)) {
+      Cursor c(line.substr(at + kConsoleAnchor.size()));
+      decoded->console = true;
+      if (decoded->header.format == LogFormat::kPlain) decoded->header.format = LogFormat::kConsole;
+      decoded->header.priority = 0;
+      if (DecodeFunctionAndBody(&c, ":", decoded)) return nullptr;
+      if (decode_failure_ != kUnknownFunction) return decode_failure_;
+    }
+    return kNotLibrary;
+  }
+
+  // function, separator, [console: "line]: "], body.
+  bool DecodeFunctionAndBody(Cursor* c, std::string_view separator, LibraryLine* decoded) {
+    const size_t from = c->pos();
+    while (IsIdentifier(c->Peek())) c->Skip(c->Peek());
+    const std::string_view function = c->Since(from);
+    const FunctionMessages messages = FindFunction(function);
+    decode_failure_ = kUnknownFunction;
+    if (!messages.known()) {
+      if (!decoded->console &&
+          (c->Rest().empty() || separator.substr(0, c->Rest().size()) == c->Rest())) {
+        decode_failure_ = kCut;
+      }
+      return false;
+    }
+    if (!c->Skip(separator)) {
+      decode_failure_ = c->Rest().size() < separator.size() ? kCut : kBadFrame;
+      return false;
+    }
+    uint64_t source_line;
+    if (decoded->console && (!c->Number(1, 10, &source_line) || !c->Skip("]: "))) {
+      decode_failure_ = c->Rest().size() < 3 ? kCut : kBadFrame;
+      return false;
+    }
+    const std::string_view body = c->Rest();
+    for (size_t i = messages.first; i < messages.first + messages.count; ++i) {
+      if (MatchFormat(Messages()[i].format, body, &decoded->captures)) {
+        decoded->format = i;
+        return true;
+      }
+    }
+    decode_failure_ = kUnknownMessage;
+    return false;
+  }
+
+  // "SUB[n]" or "[task]" just before the source file, or empty.
+  static std::string_view Instance(std::string_view before) {
+    if (before.empty() || before.back() != ']') return {};
+    size_t open = before.size() - 1;
+    while (open > 0 && (IsDigit(before[open - 1]) || before[open - 1] == '-')) --open;
+    if (open >= 4 && before.substr(open - 4, 4) == "SUB[" && open < before.size() - 1) {
+      return before.substr(open - 4);
+    }
+    const size_t limit = before.size() > kTaskNameMax ? before.size() - kTaskNameMax : 0;
+    open = before.rfind('[', before.size() - 2);
+    return open == std::string_view::npos || open < limit ? std::string_view()
+                                                          : before.substr(open);
+  }
+
+  const size_t index_;
+  const bool bug_report_;
+  LineSink* const sink_;
+  SourceSummary* const summary_;
+  const char* block_ = nullptr;
+  const char* counted_to_ = nullptr;
+  uint64_t lines_counted_ = 0;
+  std::string previous_line_;
+  bool in_log_section_ = false;
+  const char* decode_failure_ = nullptr;
+};
+
+}  // namespace
+
+bool DecodeInput(Input* input, size_t index, LineSink* sink, SourceSummary* summary,
+                 std::string* error) {
+  summary->name = input->name;
+  summary->entry = input->entry;
+  summary->kind = input->kind;
+  Scanner scanner(index, input->kind != InputKind::kText, sink, summary);
+  BlockReader reader(input->source.get());
+  for (std::string_view block; reader.Next(&block);) scanner.ScanBlock(block);
+  if (!reader.failed()) return true;
+  *error = "cannot read " +
+           (input->name == "standard input" ? input->name : "'" + input->name + "'") +
+           (input->entry.empty() ? "" : " (" + input->entry + ")") + ": " + input->source->error();
+  return false;
+}
+
+}  // namespace kovani_tool
