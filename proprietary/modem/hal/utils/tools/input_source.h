@@ -62,7 +62,7 @@ bool OpenText(const std::string& name, std::string_view text, Input* input, std:
 // than the buffer.
 class BlockReader {
  public:
-  static constexpr size_t kCapacity = 4u << 20;
+  static constexpr size_t kCapacity = 1u << 20;
 
   explicit BlockReader(ByteSource* source, size_t capacity = kCapacity);
   // The next block; false at the end, or on a failure (failed()).

@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 
 #include "bugreport.h"
@@ -52,7 +53,15 @@ bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 bool IsPriority(char c) { return c != '\0' && strchr("VDIWEFAS", c) != nullptr; }
 
 bool IsIdentifier(char c) {
-  return IsDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+  static constexpr auto kIdentifier = [] {
+    std::array<bool, 256> table{};
+    for (int b = 0; b < 256; ++b) {
+      table[b] =
+          (b >= '0' && b <= '9') || (b >= 'a' && b <= 'z') || (b >= 'A' && b <= 'Z') || b == '_';
+    }
+    return table;
+  }();
+  return kIdentifier[static_cast<unsigned char>(c)];
 }
 
 // A reading position in one line.
@@ -332,6 +341,26 @@ const char* Find(const char* from, const char* end, std::string_view needle) {
       memmem(from, static_cast<size_t>(end - from), needle.data(), needle.size()));
 }
 
+// Newlines in [from, end), 16 bytes at a time in vector lanes, each lane
+// counting up to 255 before the lanes are added up.
+uint64_t CountNewlines(const char* from, const char* end) {
+  typedef unsigned char Lanes __attribute__((vector_size(16)));
+  constexpr size_t kWidth = sizeof(Lanes);
+  uint64_t count = 0;
+  while (static_cast<size_t>(end - from) >= kWidth) {
+    Lanes sum = {};
+    for (int round = 0; round < 255 && static_cast<size_t>(end - from) >= kWidth; ++round) {
+      Lanes bytes;
+      memcpy(&bytes, from, kWidth);
+      sum -= reinterpret_cast<Lanes>(bytes == '\n');  // a match is all ones: -1
+      from += kWidth;
+    }
+    for (size_t lane = 0; lane < kWidth; ++lane) count += sum[lane];
+  }
+  for (; from < end; ++from) count += *from == '\n';
+  return count;
+}
+
 class Scanner {
  public:
   Scanner(size_t index, bool bug_report, LineSink* sink, SourceSummary* summary)
@@ -373,28 +402,30 @@ class Scanner {
   }
 
   // Lines between begin and end (both at line starts) that hold a frame or a
-  // console prefix; the two are searched for separately, each only once.
+  // console prefix. Both anchors hold a '[', which memchr finds fast.
   void ScanRegion(const char* begin, const char* end) {
-    const char* frame = Find(begin, end, kFrameAnchor);
-    const char* console = Find(begin, end, kConsoleAnchor);
-    while (frame != nullptr || console != nullptr) {
-      const char* hit = frame == nullptr     ? console
-                        : console == nullptr ? frame
-                                             : std::min(frame, console);
-      const char* newline = static_cast<const char*>(memrchr(begin, '\n', hit - begin));
+    for (const char* at = begin; at < end;) {
+      at = static_cast<const char*>(memchr(at, '[', end - at));
+      if (at == nullptr) return;
+      const bool frame = static_cast<size_t>(end - at) >= kFrameAnchor.size() &&
+                         memcmp(at, kFrameAnchor.data(), kFrameAnchor.size()) == 0;
+      const bool console = at - begin >= 3 && memcmp(at - 3, kConsoleAnchor.data(), 3) == 0;
+      if (!frame && !console) {
+        ++at;
+        continue;
+      }
+      const char* newline = static_cast<const char*>(memrchr(begin, '\n', at - begin));
       const char* line_start = newline == nullptr ? begin : newline + 1;
-      const char* line_end = static_cast<const char*>(memchr(hit, '\n', end - hit));
+      const char* line_end = static_cast<const char*>(memchr(at, '\n', end - at));
       if (line_end == nullptr) line_end = end;
-      DecodeLine(line_start, line_end);
-      const char* next = line_end == end ? end : line_end + 1;
-      if (frame != nullptr && frame < next) frame = Find(next, end, kFrameAnchor);
-      if (console != nullptr && console < next) console = Find(next, end, kConsoleAnchor);
+      DecodeLine(line_start, line_end, at, frame);
+      at = line_end + 1;
     }
   }
 
   // 1-based number of the line that starts at `at`.
   uint64_t LineNumberAt(const char* at) {
-    for (const char* p = counted_to_; p < at; ++p) lines_counted_ += *p == '\n';
+    lines_counted_ += CountNewlines(counted_to_, at);
     counted_to_ = at;
     return lines_counted_ + 1;
   }
@@ -419,7 +450,8 @@ class Scanner {
     return std::string_view(start, end - start);
   }
 
-  void DecodeLine(const char* line_start, const char* line_end) {
+  // anchor: where the frame's source file or the console's "RIL" ends.
+  void DecodeLine(const char* line_start, const char* line_end, const char* anchor, bool frame) {
     const std::string_view line = WithoutCr(std::string_view(line_start, line_end - line_start));
     LibraryLine decoded;
     decoded.source = index_;
@@ -427,10 +459,12 @@ class Scanner {
     if (decoded.header.format == LogFormat::kPlain) {
       ParseLongHeader(WithoutCr(PreviousLine(line_start)), &decoded.header);
     }
-    const size_t frame = line.find(kFrameAnchor);
-    const char* reason = frame == std::string_view::npos
-                             ? DecodeConsole(line, &decoded)
-                             : DecodeFrame(line, frame + kFrameAnchor.size(), &decoded);
+    // A frame after a console prefix wins: the console copy may carry it.
+    const size_t at = static_cast<size_t>(anchor - line_start);
+    const size_t frame_at = frame ? at : line.find(kFrameAnchor, at);
+    const char* reason = frame_at != std::string_view::npos
+                             ? DecodeFrame(line, frame_at + kFrameAnchor.size(), &decoded)
+                             : DecodeConsole(line, at - 3, &decoded);
     if (reason == kNotLibrary) return;
     if (reason != nullptr) {
       Unparsed(line_start, line, reason, decoded.console);
@@ -471,9 +505,8 @@ class Scanner {
 
   // "RIL[function:line]: body"; only a function of the library's makes it
   // the library's.
-  const char* DecodeConsole(std::string_view line, LibraryLine* decoded) {
-    for (size_t at = line.find(kConsoleAnchor); at != std::string_view::npos;
-         at = line.find(kConsoleAnchor, at + 1)) {
+  const char* DecodeConsole(std::string_view line, size_t from, LibraryLine* decoded) {
+    for (size_t at = from; at != std::string_view::npos; at = line.find(kConsoleAnchor, at + 1)) {
       Cursor c(line.substr(at + kConsoleAnchor.size()));
       decoded->console = true;
       if (decoded->header.format == LogFormat::kPlain) decoded->header.format = LogFormat::kConsole;

@@ -278,28 +278,27 @@ size_t NumberLength(char conversion, std::string_view text) {
   return n > digits_from ? n : 0;
 }
 
-bool Match(std::string_view format, std::string_view text, Captures* captures) {
-  while (!format.empty()) {
-    if (format[0] != '%' || format.size() < 2) {
-      if (text.empty() || text[0] != format[0]) return false;
-      format.remove_prefix(1);
+// format is NUL-terminated: walked without taking its length.
+bool Match(const char* format, std::string_view text, Captures* captures) {
+  while (*format != '\0') {
+    if (format[0] != '%' || format[1] == '\0') {
+      if (text.empty() || text[0] != *format) return false;
+      ++format;
       text.remove_prefix(1);
       continue;
     }
-    size_t spec = 1;
-    if (format[spec] == 'l') ++spec;
-    const char conversion = format[spec];
-    format.remove_prefix(spec + 1);
+    format += format[1] == 'l' ? 2 : 1;
+    const char conversion = *format++;
     if (captures->count == Captures::kMax) return false;
     std::string_view& field = captures->field[captures->count++];
     if (conversion == 's') {
-      if (format.empty()) {
+      if (*format == '\0') {
         field = text;
         return true;
       }
       // Shortest first; the rest must then match as a whole.
       for (size_t n = 0; n <= text.size(); ++n) {
-        if (format[0] != '%' && (n == text.size() || text[n] != format[0])) continue;
+        if (*format != '%' && (n == text.size() || text[n] != *format)) continue;
         const int count = captures->count;
         field = text.substr(0, n);
         if (Match(format, text.substr(n), captures)) return true;
@@ -321,9 +320,20 @@ const MessageFormat* Messages() { return kMessages; }
 
 size_t MessageCount() { return sizeof(kMessages) / sizeof(kMessages[0]); }
 
+// Every name starts "kovani_": its length and last bytes tell them apart.
+struct FunctionNameHash {
+  size_t operator()(std::string_view name) const {
+    size_t hash = name.size();
+    for (size_t i = name.size() > 8 ? name.size() - 8 : 0; i < name.size(); ++i) {
+      hash = hash * 131 + static_cast<unsigned char>(name[i]);
+    }
+    return hash;
+  }
+};
+
 FunctionMessages FindFunction(std::string_view function) {
   static const auto* const kIndex = [] {
-    auto* index = new std::unordered_map<std::string_view, FunctionMessages>();
+    auto* index = new std::unordered_map<std::string_view, FunctionMessages, FunctionNameHash>();
     for (size_t i = 0; i < MessageCount(); ++i) {
       FunctionMessages& range = (*index)[kMessages[i].function];
       if (range.count == 0) range.first = static_cast<uint16_t>(i);
@@ -335,7 +345,7 @@ FunctionMessages FindFunction(std::string_view function) {
   return found == kIndex->end() ? FunctionMessages{} : found->second;
 }
 
-bool MatchFormat(std::string_view format, std::string_view text, Captures* captures) {
+bool MatchFormat(const char* format, std::string_view text, Captures* captures) {
   captures->count = 0;
   return Match(format, text, captures);
 }

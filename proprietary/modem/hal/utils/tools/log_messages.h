@@ -79,7 +79,7 @@ struct Captures {
 // Whether text is exactly what format prints for some arguments; %s takes
 // the shortest text that lets the rest match. Conversions: %d %ld %u %lu %p
 // %s %c.
-bool MatchFormat(std::string_view format, std::string_view text, Captures* captures);
+bool MatchFormat(const char* format, std::string_view text, Captures* captures);
 
 }  // namespace kovani_tool
 

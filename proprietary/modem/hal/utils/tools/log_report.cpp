@@ -298,9 +298,10 @@ struct LogReport::State {
   uint64_t unparsed = 0;
   LogTime first;
   LogTime last;
-  std::map<char, uint64_t> by_level;
+  uint64_t by_level[256] = {};  // by priority letter
   std::vector<uint64_t> by_format;
   std::map<std::string, uint64_t, std::less<>> by_instance;
+  std::map<std::string, uint64_t, std::less<>>::iterator last_instance = by_instance.end();
   uint64_t instances_not_listed = 0;
   std::vector<Example> examples;
   std::vector<ErrorGroup> errors;
@@ -378,9 +379,10 @@ struct LogReport::State {
     const LogTime time = TimeOf(line.header);
     ++lines;
     ++by_format[line.format];
-    ++by_level[line.header.priority != 0        ? line.header.priority
-               : message.level == Level::kError ? 'E'
-                                                : 'D'];
+    const char priority = line.header.priority != 0        ? line.header.priority
+                          : message.level == Level::kError ? 'E'
+                                                           : 'D';
+    ++by_level[static_cast<unsigned char>(priority)];
     CountInstance(line.instance);
     if (time.known()) {
       if (!first.known()) first = time;
@@ -427,13 +429,19 @@ struct LogReport::State {
     }
   }
 
+  // Lines come in runs of one instance: the last one's count is kept at hand.
   void CountInstance(std::string_view instance) {
     if (instance.empty()) return;
+    if (last_instance != by_instance.end() && last_instance->first == instance) {
+      ++last_instance->second;
+      return;
+    }
     const auto found = by_instance.find(instance);
     if (found != by_instance.end()) {
       ++found->second;
+      last_instance = found;
     } else if (by_instance.size() < kInstancesMax) {
-      by_instance.emplace(std::string(instance), 1);
+      last_instance = by_instance.emplace(std::string(instance), 1).first;
     } else {
       ++instances_not_listed;
     }
@@ -811,8 +819,10 @@ void LogReport::WriteText(uint64_t other_lines, bool console, Output* out) const
   const State& s = *state_;
   out->Printf("library lines: %" PRIu64 " (", s.lines);
   const char* separator = "";
-  for (const auto& [priority, count] : s.by_level) {
-    out->Printf("%s%s %" PRIu64, separator, LevelName(priority), count);
+  for (int priority = 0; priority < 256; ++priority) {
+    if (s.by_level[priority] == 0) continue;
+    out->Printf("%s%s %" PRIu64, separator, LevelName(static_cast<char>(priority)),
+                s.by_level[priority]);
     separator = ", ";
   }
   out->Printf("), unparsed: %" PRIu64 "\n", s.unparsed);
@@ -940,7 +950,11 @@ void LogReport::WriteJson(const JsonHead& head, uint64_t other_lines, bool conso
          {"library_lines", source.library_lines}});
   }
   Json by_level = Json::object();
-  for (const auto& [priority, count] : s.by_level) by_level[LevelName(priority)] = count;
+  for (int priority = 0; priority < 256; ++priority) {
+    if (s.by_level[priority] != 0) {
+      by_level[LevelName(static_cast<char>(priority))] = s.by_level[priority];
+    }
+  }
   Json by_function = Json::object();
   for (const auto& [function, count] : ByFunction(s.by_format)) by_function[function] = count;
   Json unparsed_lines = Json::array();
