@@ -43,9 +43,7 @@ bool Elapsed(const LogTime& from, const LogTime& to, int64_t* ms) {
 
 LogTime TimeOf(const LineHeader& header) {
   LogTime time;
-  const size_t n = std::min(header.time.size(), sizeof(time.text) - 1);
-  memcpy(time.text, header.time.data(), n);
-  time.text[n] = '\0';
+  header.time.copy(time.text, sizeof(time.text) - 1);
   time.ms = header.ms;
   time.base = header.base;
   return time;
@@ -817,49 +815,52 @@ uint64_t LogReport::unparsed() const { return state_->unparsed; }
 
 void LogReport::WriteText(uint64_t other_lines, bool console, Output* out) const {
   const State& s = *state_;
-  out->Printf("library lines: %" PRIu64 " (", s.lines);
-  const char* separator = "";
+  out->Printf("summary\n  library lines  %" PRIu64, s.lines);
+  const char* separator = ": ";
   for (int priority = 0; priority < 256; ++priority) {
     if (s.by_level[priority] == 0) continue;
     out->Printf("%s%s %" PRIu64, separator, LevelName(static_cast<char>(priority)),
                 s.by_level[priority]);
     separator = ", ";
   }
-  out->Printf("), unparsed: %" PRIu64 "\n", s.unparsed);
-  out->Printf("read from:     %s\n", console ? "the console lines" : "the system log lines");
+  out->Printf("\n  unparsed       %" PRIu64 "\n", s.unparsed);
+  out->Printf("  decoded        %s\n", console ? "console lines" : "system log lines");
   if (other_lines != 0) {
-    out->Printf("also seen:     %" PRIu64 " %s, the same lines again, not counted\n", other_lines,
+    out->Printf("  left out       %" PRIu64 " %s, copies of the same\n", other_lines,
                 console ? "system log lines" : "console lines");
   }
   for (const SourceSummary& source : *s.sources) {
-    out->Printf("source:        %s: %s, %" PRIu64 " library lines\n", SourceText(source).c_str(),
-                source.library_lines != 0 ? FormatName(source.format) : "no library line",
+    out->Printf("  source         %s: %s, %" PRIu64 " library lines\n", SourceText(source).c_str(),
+                source.library_lines != 0 ? FormatName(source.format) : "none found",
                 source.library_lines);
   }
-  out->Printf("time span:     %s to %s\n", TimeText(s.first), TimeText(s.last));
+  out->Printf("  time span      %s to %s\n", TimeText(s.first), TimeText(s.last));
   if (!s.by_instance.empty()) {
-    out->Append("by instance:  ");
+    separator = "  by instance    ";
     for (const auto& [instance, count] : s.by_instance) {
-      out->Printf(" %s %" PRIu64, instance.c_str(), count);
+      out->Printf("%s%s %" PRIu64, separator, instance.c_str(), count);
+      separator = ", ";
     }
-    if (s.instances_not_listed != 0) out->Printf(" (+%" PRIu64 " lines)", s.instances_not_listed);
+    if (s.instances_not_listed != 0) {
+      out->Printf(", others %" PRIu64, s.instances_not_listed);
+    }
     out->Append("\n");
   }
-  out->Append("by function:\n");
+  out->Append("  by function\n");
   for (const auto& [function, count] : ByFunction(s.by_format)) {
-    out->Printf("  %-56s %" PRIu64 "\n", function, count);
+    out->Printf("    %-56s %" PRIu64 "\n", function, count);
   }
   if (s.unparsed != 0) {
-    out->Printf("unparsed lines (%zu shown):\n", s.examples.size());
+    out->Printf("  unparsed lines (%zu shown)\n", s.examples.size());
     for (const Example& example : s.examples) {
-      out->Printf("  %s:%" PRIu64 ": %s\n    %s\n", (*s.sources)[example.source].name.c_str(),
+      out->Printf("    %s:%" PRIu64 ": %s\n      %s\n", (*s.sources)[example.source].name.c_str(),
                   example.line_number, example.reason, example.text.c_str());
     }
   }
 
-  out->Printf("\ntimers: %zu\n", s.timers.size());
+  out->Printf("\ntimers (%zu)\n", s.timers.size());
   if (!s.timers.empty()) {
-    out->Printf("  %-10s %-10s %-5s %-5s %-32s %-7s %-18s %-32s %s\n", "id", "hex", "inst", "seq",
+    out->Printf("  %-10s %-10s %-5s %-5s %-19s %-7s %-18s  %-34s %s\n", "id", "hex", "inst", "seq",
                 "start", "timeout", "started", "outcome", "late");
   }
   for (const Timer& timer : s.timers) {
@@ -870,67 +871,76 @@ void LogReport::WriteText(uint64_t other_lines, bool console, Output* out) const
     if (timer.id == 0) {
       out->Printf("  %-10s %-10s %-5s %-5s", "-", "-", "-", "-");
     } else {
-      out->Printf("  %-10u %-10s %u/%-3u %-5u", timer.id, Hex(timer.id).c_str(), timer.id >> 24,
-                  timer.id >> 16 & 0xff, timer.id & 0xffff);
+      const std::string instances =
+          std::to_string(timer.id >> 24) + "/" + std::to_string(timer.id >> 16 & 0xff);
+      out->Printf("  %-10u %-10s %-5s %-5u", timer.id, Hex(timer.id).c_str(), instances.c_str(),
+                  timer.id & 0xffff);
     }
-    out->Printf(" %-32s %-7s %-18s %-32s %s\n", variant == nullptr ? "-" : variant, timeout.c_str(),
-                TimeText(timer.started_at), OutcomeText(timer).c_str(), late.c_str());
+    // The start function without its common "kovani_timer_".
+    out->Printf(" %-19s %-7s %-18s  %-34s %s\n", variant == nullptr ? "-" : variant + 13,
+                timeout.c_str(), TimeText(timer.started_at), OutcomeText(timer).c_str(),
+                late.c_str());
     for (const FlagName& flag : kFlagNames) {
-      if ((timer.flags & flag.flag) != 0) out->Printf("      ^ %s\n", flag.text);
+      if ((timer.flags & flag.flag) != 0) out->Printf("    ! %s\n", flag.text);
     }
     if (timer.thread_result != 0) {
-      out->Printf("      ^ its thread was not created: result = %d\n", timer.thread_result);
+      out->Printf("    ! its thread was not created: result = %d\n", timer.thread_result);
     }
   }
 
-  out->Append("\nrestart level:\n");
+  out->Append("\nrestart level\n");
+  if (!s.level_changes.items.empty()) out->Append("  changes\n");
   for (const LevelChange& change : s.level_changes.items) {
     const char* type = RestartTypeName(change.type);
-    out->Printf("  %-18s %-10s %-12s %-7s %s\n", TimeText(change.time), change.how,
+    out->Printf("    %-18s  %-10s  %-12s %-7s %s\n", TimeText(change.time), change.how,
                 change.level.c_str(), type == nullptr ? "-" : type, change.function);
   }
   if (s.level_changes.not_listed != 0) {
-    out->Printf("  ... %" PRIu64 " more changes\n", s.level_changes.not_listed);
+    out->Printf("    and %" PRIu64 " more\n", s.level_changes.not_listed);
   }
-  out->Printf("  saved default: %s\n",
-              s.saved_default_known ? ("\"" + s.saved_default + "\"").c_str() : "(not seen)");
+  out->Printf("  saved default  %s\n",
+              s.saved_default_known ? ("\"" + s.saved_default + "\"").c_str() : "not seen");
+  if (!s.waits.items.empty()) out->Append("  waits\n");
   for (const Wait& wait : s.waits.items) {
     int64_t waited;
+    out->Printf("    %-18s  %" PRId64 " s, ", TimeText(wait.start), wait.seconds);
     if (wait.skipped) {
-      out->Printf("  wait at %s: %" PRId64 " s, not waited\n", TimeText(wait.start), wait.seconds);
+      out->Append("not waited\n");
     } else if (wait.ended && Elapsed(wait.start, wait.end, &waited)) {
-      out->Printf("  wait at %s: %" PRId64 " s, ended %s (%" PRId64 " ms)\n", TimeText(wait.start),
-                  wait.seconds, TimeText(wait.end), waited);
+      out->Printf("ended %s (%" PRId64 " ms)\n", TimeText(wait.end), waited);
     } else {
-      out->Printf("  wait at %s: %" PRId64 " s, %s\n", TimeText(wait.start), wait.seconds,
-                  wait.ended ? "ended" : "no end seen");
+      out->Append(wait.ended ? "ended\n" : "no end seen\n");
     }
   }
+  if (s.waits.not_listed != 0) out->Printf("    and %" PRIu64 " more\n", s.waits.not_listed);
 
-  out->Printf("\nproperties: %zu\n", s.properties.size());
+  out->Printf("\nproperties (%zu traced)\n", s.properties.size());
   for (const auto& [name, value] : s.properties) {
-    out->Printf("  %s = %s  (%s)\n", name.c_str(), value.value.c_str(), TimeText(value.time));
+    out->Printf("  %-40s %-20s %s\n", name.c_str(), value.value.c_str(), TimeText(value.time));
   }
   if (s.properties_not_listed != 0) {
-    out->Printf("  ... %" PRIu64 " more values of other properties\n", s.properties_not_listed);
+    out->Printf("  and %" PRIu64 " values of properties beyond these\n", s.properties_not_listed);
   }
-  out->Printf("failed sets: %zu\n", s.failed_sets.items.size());
+  out->Printf("  failed sets (%zu)\n", s.failed_sets.items.size());
   for (const FailedSet& failed : s.failed_sets.items) {
-    out->Printf("  %-18s %s: %s%s%s\n", TimeText(failed.time), failed.function,
+    out->Printf("    %-18s  %s: %s%s%s\n", TimeText(failed.time), failed.function,
                 failed.property.c_str(), failed.property.empty() ? "" : ": ",
                 failed.message.c_str());
+  }
+  if (s.failed_sets.not_listed != 0) {
+    out->Printf("    and %" PRIu64 " more\n", s.failed_sets.not_listed);
   }
 
   size_t groups = 0;
   for (const ErrorGroup& group : s.errors) groups += group.count != 0;
-  out->Printf("\nerrors: %zu formats\n", groups);
+  out->Printf("\nerrors (%zu formats)\n", groups);
   if (groups != 0) {
-    out->Printf("  %7s  %-18s %-18s %s\n", "count", "first", "last", "function: format");
+    out->Printf("  %7s  %-18s  %-18s  %s\n", "count", "first", "last", "function: format");
   }
   for (size_t i = 0; i < s.errors.size(); ++i) {
     const ErrorGroup& group = s.errors[i];
     if (group.count == 0) continue;
-    out->Printf("  %7" PRIu64 "  %-18s %-18s %s: %s\n", group.count, TimeText(group.first),
+    out->Printf("  %7" PRIu64 "  %-18s  %-18s  %s: %s\n", group.count, TimeText(group.first),
                 TimeText(group.last), Messages()[i].function, Messages()[i].format);
   }
 }
