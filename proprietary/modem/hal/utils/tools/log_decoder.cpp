@@ -452,10 +452,17 @@ class Scanner {
 
   // anchor: where the frame's source file or the console's "RIL" ends.
   void DecodeLine(const char* line_start, const char* line_end, const char* anchor, bool frame) {
-    const std::string_view line = WithoutCr(std::string_view(line_start, line_end - line_start));
+    std::string_view line = WithoutCr(std::string_view(line_start, line_end - line_start));
     LibraryLine decoded;
     decoded.source = index_;
     decoded.header = ParseHeader(line);
+    // logcat -v process ends the line with "  (tag)".
+    if (decoded.header.format == LogFormat::kProcess && line.back() == ')') {
+      const size_t tag = line.rfind("  (");
+      if (tag != std::string_view::npos && tag > static_cast<size_t>(anchor - line_start)) {
+        line = line.substr(0, tag);
+      }
+    }
     if (decoded.header.format == LogFormat::kPlain) {
       ParseLongHeader(WithoutCr(PreviousLine(line_start)), &decoded.header);
     }
