@@ -28,14 +28,16 @@ const std::set<Site> kUnreachable = {
 // lines hold it, or "*" where a helper is handed its caller's name, or "-"
 // for a line without the frame.
 std::set<Site> LogSites() {
-  static const std::regex call(R"re(kovani_utils_syslog_(err|dbg)\(((?:\s*"(?:[^"\\]|\\.)*")*)(.*?)\);)re");
+  static const std::regex call(
+      R"re(kovani_utils_syslog_(err|dbg)\(((?:\s*"(?:[^"\\]|\\.)*")*)(.*?)\);)re");
   static const std::regex literal(R"re("((?:[^"\\]|\\.)*)")re");
   std::set<Site> sites;
   std::istringstream files(KOVANI_LOG_SITES);
   for (std::string file, function; std::getline(files, file, ',');) {
     std::istringstream source(ReadFile(file));
     for (std::string line; std::getline(source, line);) {
-      if (!line.empty() && isalpha(line[0]) && line.find('(') != std::string::npos && line.back() != ';') {
+      if (!line.empty() && isalpha(line[0]) && line.find('(') != std::string::npos &&
+          line.back() != ';') {
         const std::string head = line.substr(0, line.find('('));
         function = head.substr(head.find_last_of(" *&") + 1);
       }
@@ -43,10 +45,12 @@ std::set<Site> LogSites() {
         const char level = (*c)[1] == "err" ? 'E' : 'D';
         std::vector<std::string> texts;
         const std::string leading = (*c)[2], rest = (*c)[3];
-        for (std::sregex_iterator l(leading.begin(), leading.end(), literal); l != end; ++l) texts.push_back((*l)[1]);
+        for (std::sregex_iterator l(leading.begin(), leading.end(), literal); l != end; ++l)
+          texts.push_back((*l)[1]);
         const bool framed = !texts.empty() && texts[0].find("[%s:%d] %s: ") != std::string::npos;
         if (!framed) {
-          for (std::sregex_iterator l(rest.begin(), rest.end(), literal); l != end; ++l) sites.insert({level, "-", (*l)[1]});
+          for (std::sregex_iterator l(rest.begin(), rest.end(), literal); l != end; ++l)
+            sites.insert({level, "-", (*l)[1]});
           continue;
         }
         std::string format;
@@ -61,7 +65,10 @@ std::set<Site> LogSites() {
 // A printf format as a regex over what it formats.
 std::regex FormatPattern(const std::string& format) {
   std::string pattern = std::regex_replace(format, std::regex(R"([.^$|()\[\]{}*+?\\])"), R"(\$&)");
-  for (const auto& [spec, regex] : {std::pair{"%l?d", "-?[0-9]+"}, {"%l?u", "[0-9]+"}, {"%[sp]", "[\\s\\S]*"}, {"%c", "[\\s\\S]"}}) {
+  for (const auto& [spec, regex] : {std::pair{"%l?d", "-?[0-9]+"},
+                                    {"%l?u", "[0-9]+"},
+                                    {"%[sp]", "[\\s\\S]*"},
+                                    {"%c", "[\\s\\S]"}}) {
     pattern = std::regex_replace(pattern, std::regex(spec), regex);
   }
   return std::regex(pattern);
@@ -83,7 +90,8 @@ TEST(LogCatalogue, every_message_has_a_golden_line) {
     const std::regex pattern = FormatPattern(format);
     bool found = false;
     for (const GoldenLine& g : golden) {
-      found |= g.level == level && (function == "*" || g.function == function) && std::regex_match(g.body, pattern);
+      found |= g.level == level && (function == "*" || g.function == function) &&
+               std::regex_match(g.body, pattern);
     }
     EXPECT_NE(found, kUnreachable.count({level, function, format}) != 0)
         << (found ? "listed as unreachable, yet in the golden files: " : "no golden line for: ")

@@ -29,7 +29,8 @@ TEST(Properties, get) {
   // clang-format on
   Capture capture;
   for (const auto& spec : specs) {
-    if (spec.stored != nullptr) kovani_host_property_seed(spec.name.substr(0, 255).c_str(), spec.stored);
+    if (spec.stored != nullptr)
+      kovani_host_property_seed(spec.name.substr(0, 255).c_str(), spec.stored);
     Buffer out("");
     kovani_get_property_value(spec.name.c_str(), out.Data(), spec.fallback);
     EXPECT_EQ(spec.value + std::string(1, '\0') + "#", out.Head(strlen(spec.value) + 2));

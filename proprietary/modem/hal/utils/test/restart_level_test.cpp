@@ -7,6 +7,7 @@
 #include <sys/time.h>
 
 #include <chrono>
+#include <sstream>
 
 #include "kovani_host_properties.h"
 #include "kovani_utils.h"
@@ -19,71 +20,52 @@ using namespace kovani_test;
 constexpr const char* kLevelProperties[] = {"persist.vendor.ssr.restart_level",
                                             "persist.vendor.ssr.type_bak",
                                             "persist.vendor.ssr.type_bak_flag"};
-constexpr int kGet = 99;  // a step that classifies instead of switching
 
-std::vector<std::string> Levels() {
-  std::vector<std::string> values;
+// The three properties as "level,saved default,flag", unset ones empty.
+std::string Levels() {
+  std::string values;
   for (const char* name : kLevelProperties) {
     char value[PROPERTY_VALUE_MAX];
     property_get(name, value, "");
-    values.push_back(value);
+    values += "," + std::string(value);
   }
-  return values;
+  return values.substr(1);
 }
 
-struct Step {
-  int call, result;
-  std::vector<std::string> after;  // level, saved default, flag
+// Calls are "g" to classify or the level id to switch to.
+// clang-format off
+const struct { const char *name, *before, *calls, *results, *after; } kSequences[] = {
+    {"fresh_get", ",,", "g g", "0 0", ",,yes"},
+    {"first_set_saves", ",,", "1 2 0 g", "1 1 1 0", "ALL_ENABLE,ALL_ENABLE,yes"},
+    {"def_unsaved", ",,", "0", "0", ",,"},
+    {"get_then_switch", ",,", "g 1 0 g", "0 1 1 0", ",,yes"},
+    {"already_there", "ALL_ENABLE,,", "1 2 2 0", "0 1 0 0", "ALL_DISABLE,ALL_DISABLE,yes"},
+    {"invalid", ",,", "3 -1", "0 0", ",,"},
+    {"empty_is_dump", ",ALL_ENABLE,yes", "g", "2", ",ALL_ENABLE,yes"},
+    {"case_counts", "all_enable,ALL_ENABLE,yes", "g", "3", "all_enable,ALL_ENABLE,yes"},
+    {"def_wins", "ALL_ENABLE,ALL_ENABLE,yes", "g", "0", "ALL_ENABLE,ALL_ENABLE,yes"},
+    {"any_flag_counts", "ALL_ENABLE,ALL_DISABLE,x", "g", "1", "ALL_ENABLE,ALL_DISABLE,x"},
+    {"dump", "ALL_DISABLE,,yes", "g", "2", "ALL_DISABLE,,yes"},
 };
-
-struct Sequence {
-  const char* name;
-  std::vector<const char*> before;  // level, saved default, flag; null: unset
-  std::vector<Step> steps;
-};
-
-const Sequence kSequences[] = {
-    {"fresh_get", {}, {{kGet, 0, {"", "", "yes"}}, {kGet, 0, {"", "", "yes"}}}},
-    {"first_set_saves",
-     {},
-     {{1, 1, {"ALL_ENABLE", "ALL_ENABLE", "yes"}},
-      {2, 1, {"ALL_DISABLE", "ALL_ENABLE", "yes"}},
-      {0, 1, {"ALL_ENABLE", "ALL_ENABLE", "yes"}},
-      {kGet, 0, {"ALL_ENABLE", "ALL_ENABLE", "yes"}}}},
-    {"def_unsaved", {}, {{0, 0, {"", "", ""}}}},
-    {"get_then_switch",
-     {},
-     {{kGet, 0, {"", "", "yes"}},
-      {1, 1, {"ALL_ENABLE", "", "yes"}},
-      {0, 1, {"", "", "yes"}},
-      {kGet, 0, {"", "", "yes"}}}},
-    {"already_there",
-     {"ALL_ENABLE"},
-     {{1, 0, {"ALL_ENABLE", "", ""}},
-      {2, 1, {"ALL_DISABLE", "ALL_DISABLE", "yes"}},
-      {2, 0, {"ALL_DISABLE", "ALL_DISABLE", "yes"}},
-      {0, 0, {"ALL_DISABLE", "ALL_DISABLE", "yes"}}}},
-    {"invalid", {}, {{3, 0, {"", "", ""}}, {-1, 0, {"", "", ""}}}},
-    {"empty_is_dump", {"", "ALL_ENABLE", "yes"}, {{kGet, 2, {"", "ALL_ENABLE", "yes"}}}},
-    {"case_counts", {"all_enable", "ALL_ENABLE", "yes"}, {{kGet, 3, {"all_enable", "ALL_ENABLE", "yes"}}}},
-    {"def_wins", {"ALL_ENABLE", "ALL_ENABLE", "yes"}, {{kGet, 0, {"ALL_ENABLE", "ALL_ENABLE", "yes"}}}},
-    {"any_flag_counts", {"ALL_ENABLE", "ALL_DISABLE", "x"}, {{kGet, 1, {"ALL_ENABLE", "ALL_DISABLE", "x"}}}},
-    {"dump", {"ALL_DISABLE", "", "yes"}, {{kGet, 2, {"ALL_DISABLE", "", "yes"}}}},
-};
+// clang-format on
 
 TEST(RestartLevel, sequences) {
-  for (const Sequence& sequence : kSequences) {
-    SCOPED_TRACE(sequence.name);
+  for (const auto& sequence : kSequences) {
     kovani_host_property_reset();
-    for (size_t i = 0; i < sequence.before.size(); ++i) {
-      kovani_host_property_seed(kLevelProperties[i], sequence.before[i]);
+    std::istringstream before(sequence.before), calls(sequence.calls);
+    std::string value;
+    for (const char* name : kLevelProperties) {
+      if (std::getline(before, value, ',') && !value.empty()) Seed(name + ("=" + value));
     }
     Capture capture;
-    for (const Step& step : sequence.steps) {
-      EXPECT_EQ(step.result, step.call == kGet ? kovani_get_modem_ssr_type()
-                                               : kovani_set_modem_ssr_type(step.call));
-      EXPECT_EQ(step.after, Levels()) << "after " << step.call;
+    std::string results;
+    for (std::string call; calls >> call;) {
+      const int result =
+          call == "g" ? kovani_get_modem_ssr_type() : kovani_set_modem_ssr_type(std::stoi(call));
+      results += (results.empty() ? "" : " ") + std::to_string(result);
     }
+    EXPECT_EQ(sequence.results, results) << sequence.name;
+    EXPECT_EQ(sequence.after, Levels()) << sequence.name;
     ExpectLog(capture, std::string("restart_level/") + sequence.name);
   }
 }
@@ -130,12 +112,13 @@ TEST(RestartLevel, wait) {
     int wait_s;
     const char* property;
     int result;
-  } specs[] = {{0, "9", 0}, {1, nullptr, 1}, {-1, nullptr, 5}, {-1, "0", 0},
-               {-1, "abc", 0}, {-5, "-2", -2}, {-1, " 7x", 7}};
+  } specs[] = {{0, "9", 0},    {1, nullptr, 1}, {-1, nullptr, 5}, {-1, "0", 0},
+               {-1, "abc", 0}, {-5, "-2", -2},  {-1, " 7x", 7}};
   Capture capture;
   for (const auto& spec : specs) {
     kovani_host_property_unset("persist.radio.ssr_wait_s");
-    if (spec.property != nullptr) kovani_host_property_seed("persist.radio.ssr_wait_s", spec.property);
+    if (spec.property != nullptr)
+      kovani_host_property_seed("persist.radio.ssr_wait_s", spec.property);
     const itimerval alarm = {{0, 0}, {0, 100000}};
     if (spec.result > 1) setitimer(ITIMER_REAL, &alarm, nullptr);
     const auto start = std::chrono::steady_clock::now();

@@ -19,7 +19,8 @@ void PrintTo(const Case& row, std::ostream* os) { *os << row.name; }
 // A stand-in adb: "adb devices" lists $DEVICES ("serial:state ..."), and
 // "adb -s SERIAL exec-out getprop" prints the dump of a certification build.
 const char kFakeAdb[] =
-    "printf '#!/bin/sh\\ncase \"$1\" in devices) echo \"List of devices attached\"; for d in $DEVICES; do "
+    "printf '#!/bin/sh\\ncase \"$1\" in devices) echo \"List of devices attached\"; for d in "
+    "$DEVICES; do "
     "printf \"%%s\\\\t%%s\\\\n\" \"${d%%%%:*}\" \"${d#*:}\"; done;; -s) cat " KOVANI_TEST_INPUTS
     "/kestrel_cert.getprop;; esac\\n' >adb && chmod +x adb && export PATH=$PWD:$PATH; ";
 
@@ -94,18 +95,21 @@ TEST_P(Tool, runs) {
   const Case& c = GetParam();
   const TempDir dir;
   std::string command = "cd " + dir.path + " && " + c.command;
-  for (size_t at; (at = command.find("TOOL")) != std::string::npos;) command.replace(at, 4, Program(KOVANI_TOOL));
+  for (size_t at; (at = command.find("TOOL")) != std::string::npos;)
+    command.replace(at, 4, Program(KOVANI_TOOL));
   const ChildRun run = Shell("unset KOVANI_PROPERTY_PROFILE KOVANI_PROPERTY_PERSIST\n" + command);
   EXPECT_EQ(c.status, run.status) << run.err;
   for (const auto& [texts, output] : {std::pair{&c.out, &run.out}, {&c.err, &run.err}}) {
     for (const std::string& text : *texts) {
       const bool whole = text[0] == '=';
       EXPECT_TRUE(whole ? *output == text.substr(1) : output->find(text) != std::string::npos)
-          << "expected " << (whole ? "" : "to contain ") << text << "\ngot:\n" << *output;
+          << "expected " << (whole ? "" : "to contain ") << text << "\ngot:\n"
+          << *output;
     }
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Cases, Tool, ::testing::ValuesIn(kCases), [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Cases, Tool, ::testing::ValuesIn(kCases),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -27,6 +27,7 @@
 #include <fstream>
 #include <mutex>
 #include <regex>
+#include <sstream>
 
 #include "kovani_host_properties.h"
 #include "kovani_utils.h"
@@ -49,18 +50,24 @@ Fn Real(const char* name) {
   return reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
 }
 
+// Split into the parts golden lines name: "-" for a line without the frame.
 void Record(int priority, const char* format, va_list args) {
+  static const std::regex frame(R"([\s\S]*?\[\w+\.cpp:\d+\] (\w+): ([\s\S]*))");
+  static const std::regex console(R"(RIL\[(\w+):\d+\]: ([\s\S]*)\n)");
   char text[8192];
   vsnprintf(text, sizeof(text), format, args);
+  std::smatch m;
+  const std::string s = text;
+  const bool framed = std::regex_match(s, m, priority == 0 ? console : frame);
   std::lock_guard<std::mutex> lock(g_mutex);
-  if (g_recording) g_lines.push_back({priority, gettid(), text});
+  if (g_recording)
+    g_lines.push_back({priority, gettid(), s, framed ? m.str(1) : "-", framed ? m.str(2) : s});
 }
 
 // The library's console lines are recorded; gtest's own output passes.
 int Print(const char* format, va_list args) {
   if (strncmp(format, "RIL[", 4) != 0) return vprintf(format, args);
-  Record(0, format, args);
-  return 0;
+  return Record(0, format, args), 0;
 }
 
 struct HeldStart {
@@ -86,16 +93,25 @@ class LibraryDefaults : public ::testing::Environment {
 };
 const auto* const g_defaults = ::testing::AddGlobalTestEnvironment(new LibraryDefaults);
 
+// In the source tree, or on a phone beside the test program.
+std::string GoldenDir() {
+#ifdef KOVANI_GOLDEN_DIR
+  return KOVANI_GOLDEN_DIR "/";
+#else
+  return std::filesystem::read_symlink("/proc/self/exe").parent_path().string() + "/test/golden/";
+#endif
+}
+
 struct Expected {
   int number;
   char mark, kind;
   int thread;
-  std::string function, body, text;
+  std::string function, body;
 };
 
 struct Section {
-  int number = 0;
-  bool only = false;
+  int number;
+  bool only;
   std::vector<Expected> lines;
 };
 
@@ -105,16 +121,13 @@ std::map<std::string, Section> Parse(const std::string& file) {
   std::ifstream in(file);
   Section* section = nullptr;
   std::smatch m;
-  int number = 0;
-  for (std::string text; std::getline(in, text);) {
-    ++number;
+  for (auto [number, text] = std::pair{1, std::string()}; std::getline(in, text); ++number) {
     if (text.rfind("== ", 0) == 0) {
       const size_t end = text.find(' ', 3);
-      section = &sections[text.substr(3, end - 3)];
-      *section = {number, end != std::string::npos && text.substr(end + 1) == "only", {}};
+      section = &(sections[text.substr(3, end - 3)] = {number, text.substr(end + 1) == "only", {}});
     } else if (section != nullptr && std::regex_match(text, m, line)) {
       section->lines.push_back({number, m[1].length() ? m[1].str()[0] : ' ', m[2].str()[0],
-                                m[3].matched ? std::stoi(m[3]) : 0, m[4], m[5], text});
+                                m[3].matched ? std::stoi(m[3]) : 0, m[4], m[5]});
     } else if (!text.empty() && text[0] != '#') {
       ADD_FAILURE_AT(file.c_str(), number) << "not a golden line: " << text;
     }
@@ -122,40 +135,21 @@ std::map<std::string, Section> Parse(const std::string& file) {
   return sections;
 }
 
-struct Line {
-  int priority;
-  pid_t thread;
-  std::string function, body;
-};
-
-Line Split(const LogLine& l) {
-  static const std::regex frame(R"([\s\S]*?\[\w+\.cpp:\d+\] (\w+): ([\s\S]*))");
-  static const std::regex console(R"(RIL\[(\w+):\d+\]: ([\s\S]*)\n)");
-  std::smatch m;
-  if (std::regex_match(l.text, m, l.priority == 0 ? console : frame)) {
-    return {l.priority, l.thread, m[1], m[2]};
-  }
-  return {l.priority, l.thread, "-", l.text};
-}
-
-std::string Escaped(const std::string& text) {
-  return std::regex_replace(text, std::regex(R"([.^$|()\[\]{}*+?\\])"), R"(\$&)");
-}
-
-bool Matches(const Expected& e, const Line& line, const Vars& vars) {
+bool Matches(const Expected& e, const LogLine& line, const Vars& vars) {
   if (line.priority != (e.kind == 'E' ? 3 : e.kind == 'D' ? 7 : 0) || line.function != e.function)
     return false;
+  static const std::regex special(R"([.^$|()\[\]{}*+?\\])");
   std::string pattern;
   for (size_t at = 0; at < e.body.size();) {
     const bool wild = e.body.compare(at, 2, "{{") == 0, named = e.body.compare(at, 2, "[[") == 0;
     const size_t end = wild || named ? e.body.find(wild ? "}}" : "]]", at) : std::string::npos;
-    if (end == std::string::npos) {
-      pattern += Escaped(e.body.substr(at++, 1));
-      continue;
-    }
-    const std::string inner = e.body.substr(at + 2, end - at - 2);
-    pattern += wild ? "(?:" + inner + ")" : Escaped(vars.count(inner) != 0 ? vars.at(inner) : "[[?]]");
-    at = end + 2;
+    const std::string inner = end == std::string::npos ? "" : e.body.substr(at + 2, end - at - 2);
+    const std::string text = end == std::string::npos ? e.body.substr(at, 1)
+                             : vars.count(inner) != 0 ? vars.at(inner)
+                                                      : "[[?]]";
+    pattern += end != std::string::npos && wild ? "(?:" + inner + ")"
+                                                : std::regex_replace(text, special, R"(\$&)");
+    at = end == std::string::npos ? at + 1 : end + 2;
   }
   return std::regex_match(line.body, std::regex(pattern));
 }
@@ -180,38 +174,34 @@ std::vector<LogLine> Capture::Lines() const {
 
 void ExpectLog(const Capture& capture, const std::string& where, const Vars& vars) {
   const std::string concern = where.substr(0, where.find('/'));
-  const std::string file = KOVANI_GOLDEN_DIR "/" + concern + ".golden";
+  const std::string file = GoldenDir() + concern + ".golden";
   const auto sections = Parse(file);
   const auto found = sections.find(where.substr(concern.size() + 1));
   ASSERT_NE(found, sections.end()) << file << " has no section " << where;
-  std::vector<Line> lines;
+  const std::vector<LogLine> lines = capture.Lines();
   std::string shown = "captured (thread: line):\n";
-  for (const LogLine& l : capture.Lines()) {
-    lines.push_back(Split(l));
-    shown += std::to_string(l.thread) + ": " + l.text + (l.priority == 0 ? "" : "\n");
-  }
+  for (const LogLine& l : lines)
+    shown += std::to_string(l.thread) + ": " + l.text + (l.priority ? "\n" : "");
   std::map<int, pid_t> bound = {{0, capture.thread()}};
-  std::map<std::pair<bool, int>, size_t> cursor;  // by (console, thread label)
+  std::map<std::pair<bool, int>, size_t> cursor;  // by sink and thread label
   std::vector<bool> used(lines.size());
   for (const Expected& e : found->second.lines) {
     const bool console = e.kind == 'C';
-    const auto belongs = [&](const Line& l) {
+    const auto belongs = [&](const LogLine& l) {
       if ((l.priority == 0) != console) return false;
       if (bound.count(e.thread) != 0) return l.thread == bound[e.thread];
-      for (const auto& b : bound) {
-        if (b.second == l.thread) return false;
-      }
-      return true;
+      return std::none_of(bound.begin(), bound.end(),
+                          [&](auto& b) { return b.second == l.thread; });
     };
     size_t at = e.mark == '!' ? 0 : cursor[{console, e.thread}];
-    while (at < lines.size() && !(belongs(lines[at]) && Matches(e, lines[at], vars))) {
+    for (; at < lines.size() && !(belongs(lines[at]) && Matches(e, lines[at], vars)); ++at) {
       const bool announcement = lines[at].function == "-" && e.function != "-";
       if (e.mark == '+' && belongs(lines[at]) && !announcement) at = lines.size();
-      ++at;
     }
     if ((at < lines.size()) == (e.mark == '!')) {
       ADD_FAILURE_AT(file.c_str(), e.number)
-          << (e.mark == '!' ? "present: " : "not found: ") << e.text << "\n" << shown;
+          << (e.mark == '!' ? "present: " : "not found: ") << e.function << ": " << e.body << "\n"
+          << shown;
       return;
     }
     if (e.mark == '!') continue;
@@ -222,15 +212,15 @@ void ExpectLog(const Capture& capture, const std::string& where, const Vars& var
   for (size_t i = 0; found->second.only && i < lines.size(); ++i) {
     if (!used[i] && lines[i].priority != 0 && lines[i].function != "-") {
       ADD_FAILURE_AT(file.c_str(), found->second.number)
-          << "the section is all the framed lines, yet the log also has " << lines[i].function
-          << ": " << lines[i].body;
+          << "the section is all the framed lines, "
+          << "yet the log also has " << lines[i].text;
     }
   }
 }
 
 std::vector<GoldenLine> AllGoldenLines() {
   std::vector<GoldenLine> all;
-  for (const auto& entry : std::filesystem::directory_iterator(KOVANI_GOLDEN_DIR)) {
+  for (const auto& entry : std::filesystem::directory_iterator(GoldenDir())) {
     for (const auto& [name, section] : Parse(entry.path())) {
       for (const Expected& e : section.lines) {
         if (e.kind != 'C' && e.mark != '!') all.push_back({e.kind, e.function, e.body});
@@ -240,13 +230,26 @@ std::vector<GoldenLine> AllGoldenLines() {
   return all;
 }
 
+bool Seed(const std::string& assignments) {
+  std::istringstream in(assignments);
+  bool seeded = true;
+  for (std::string a; std::getline(in, a, ';');) {
+    seeded &= kovani_host_property_seed(a.substr(0, a.find('=')).c_str(),
+                                        a.substr(a.find('=') + 1).c_str()) == 0;
+  }
+  return seeded;
+}
+
+std::string Results(std::initializer_list<bool> answers) {
+  std::string text;
+  for (const bool answer : answers) text += answer ? '1' : '0';
+  return text;
+}
+
 void FakeProc(const std::string& root) {
   std::lock_guard<std::mutex> lock(g_mutex);
   g_proc_root = root;
 }
-
-void FailNextTimerRecord() { g_fail_record = true; }
-void FailThreadStarts(bool fail) { g_fail_threads = fail; }
 
 void HoldThreadStarts(bool hold) {
   std::lock_guard<std::mutex> lock(g_mutex);
@@ -259,11 +262,9 @@ void LimitFileWrites(std::vector<long> limits) {
   g_write_limits.assign(limits.begin(), limits.end());
 }
 
-void WatchFree(const void* pointer) {
-  g_freed = false;
-  g_watched = pointer;
-}
-
+void FailNextTimerRecord() { g_fail_record = true; }
+void FailThreadStarts(bool fail) { g_fail_threads = fail; }
+void WatchFree(const void* pointer) { g_freed = false, g_watched = pointer; }
 bool Freed() { return g_freed; }
 
 }  // namespace kovani_test
@@ -272,30 +273,13 @@ bool Freed() { return g_freed; }
 
 using namespace kovani_test;
 
-extern "C" void vsyslog(int priority, const char* format, va_list args) {
-  Record(priority, format, args);
-}
-
+// clang-format off
+extern "C" void vsyslog(int priority, const char* format, va_list args) { Record(priority, format, args); }
 // What glibc's fortified builds call instead.
-extern "C" void __vsyslog_chk(int priority, int, const char* format, va_list args) {
-  Record(priority, format, args);
-}
-
-extern "C" int printf(const char* format, ...) {
-  va_list args;
-  va_start(args, format);
-  const int n = Print(format, args);
-  va_end(args);
-  return n;
-}
-
-extern "C" int __printf_chk(int, const char* format, ...) {
-  va_list args;
-  va_start(args, format);
-  const int n = Print(format, args);
-  va_end(args);
-  return n;
-}
+extern "C" void __vsyslog_chk(int priority, int, const char* format, va_list args) { Record(priority, format, args); }
+extern "C" int printf(const char* format, ...) { va_list a; va_start(a, format); const int n = Print(format, a); va_end(a); return n; }
+extern "C" int __printf_chk(int, const char* format, ...) { va_list a; va_start(a, format); const int n = Print(format, a); va_end(a); return n; }
+// clang-format on
 
 // /proc, or what stands for it.
 std::string Mapped(const char* path) {
@@ -314,8 +298,7 @@ extern "C" FILE* fopen(const char* path, const char* mode) {
   return real(Mapped(path).c_str(), mode);
 }
 
-// Uninstrumented: ThreadSanitizer allocates with these while it starts a
-// thread.
+// Uninstrumented: ThreadSanitizer allocates while it starts a thread.
 extern "C" __attribute__((no_sanitize("thread"))) void* calloc(size_t count, size_t size) {
   static const auto real = Real<void* (*)(size_t, size_t)>("calloc");
   const bool record = count == 1 && size == sizeof(kovani_timer_callback_s_type);
@@ -334,23 +317,22 @@ extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attr, voi
       Real<int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>("pthread_create");
   std::unique_lock<std::mutex> lock(g_mutex);
   if (g_fail_threads) return EAGAIN;
-  if (!g_hold_threads) return lock.unlock(), real(thread, attr, start, arg);
+  const bool hold = g_hold_threads;
   lock.unlock();
-  return real(thread, attr, StartWhenReleased, new HeldStart{start, arg});
+  return hold ? real(thread, attr, StartWhenReleased, new HeldStart{start, arg})
+              : real(thread, attr, start, arg);
 }
 
-// Cuts the next writes to a file (not a standard stream): short writes, and
-// failed ones for a negative limit.
+// Cuts the next writes to a file (not a standard stream); a negative limit
+// fails the write.
 extern "C" ssize_t write(int fd, const void* buf, size_t count) {
   static const auto real = Real<ssize_t (*)(int, const void*, size_t)>("write");
-  if (fd > STDERR_FILENO) {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    if (!g_write_limits.empty()) {
-      const long limit = g_write_limits.front();
-      g_write_limits.pop_front();
-      if (limit <= 0) return limit < 0 ? (errno = EIO, -1) : 0;
-      count = std::min(count, static_cast<size_t>(limit));
-    }
+  std::unique_lock<std::mutex> lock(g_mutex, std::defer_lock);
+  if (fd > STDERR_FILENO && (lock.lock(), !g_write_limits.empty())) {
+    const long limit = g_write_limits.front();
+    g_write_limits.pop_front();
+    if (limit <= 0) return limit < 0 ? (errno = EIO, -1) : 0;
+    count = std::min(count, static_cast<size_t>(limit));
   }
   return real(fd, buf, count);
 }

@@ -16,9 +16,8 @@ namespace kovani_test {
 ChildRun Shell(const std::string& command, const std::string& input) {
   const TempDir dir;
   dir.Write("in", input);
-  const int status =
-      system(("exec <" + dir / "in" + " >" + dir / "out" + " 2>" + dir / "err" + "\n" + command)
-                 .c_str());
+  const int status = system(
+      ("exec <" + dir / "in" + " >" + dir / "out" + " 2>" + dir / "err" + "\n" + command).c_str());
   return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), ReadFile(dir / "out"),
           ReadFile(dir / "err")};
 }
@@ -30,14 +29,19 @@ bool RerunFresh() {
   const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
   char self[PATH_MAX] = {0};
   EXPECT_GT(readlink("/proc/self/exe", self, sizeof(self) - 1), 0);
-  const ChildRun run = Shell("KOVANI_TEST_FRESH=1 " + Program(self) + " '--gtest_filter=" +
-                           test->test_suite_name() + "." + test->name() + "'");
+  const ChildRun run =
+      Shell("KOVANI_TEST_FRESH=1 " + Program(self) + " '--gtest_filter=" + test->test_suite_name() +
+            "." + test->name() + "'");
   EXPECT_EQ(0, run.status) << "in a fresh process:\n" << run.out << run.err;
   return true;
 }
 
 TempDir::TempDir() {
+#ifdef __ANDROID__
+  char name[] = "/data/local/tmp/kovani_test.XXXXXX";
+#else
   char name[] = "/tmp/kovani_test.XXXXXX";
+#endif
   path = mkdtemp(name) != nullptr ? std::string(name) + "/" : "";
 }
 

@@ -60,7 +60,7 @@ struct Buffer {
 struct LogLine {
   int priority;  // 3 or 7: system log; 0: console
   pid_t thread;
-  std::string text;
+  std::string text, function, body;  // function "-": a line without the frame
 };
 
 // Records both sinks while it lives; one at a time.
@@ -86,6 +86,12 @@ struct GoldenLine {
   std::string function, body;
 };
 std::vector<GoldenLine> AllGoldenLines();
+
+// "name=value;..." into the host property store; false where there is
+// none to seed, on a phone, whose tests then skip.
+bool Seed(const std::string& assignments);
+// The answers as '1' and '0', in order.
+std::string Results(std::initializer_list<bool> answers);
 
 void FakeProc(const std::string& root);          // stands for /proc; "" the real one
 void FailNextTimerRecord();                      // its calloc returns null
