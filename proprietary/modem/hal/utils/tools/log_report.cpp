@@ -157,6 +157,8 @@ struct Timer {
   uint8_t flags = 0;
   bool thread_reported = false;
   bool start_logged = false;  // its "Set timer with ID" line was seen
+  bool stop_refused = false;  // a stop found no record while it was pending
+  bool clear_unseen = false;  // cleared, as its thread said, with no stop or clear seen
   int thread_result = 0;
   const MessageFormat* start_error = nullptr;
   int64_t invalid_instance[2] = {0, 0};
@@ -542,6 +544,15 @@ struct LogReport::State {
     const Variant variant = VariantOf(message.function);
     switch (message.event) {
       case Event::kTimerCancelled: {
+        // A stop logs after it took the record: the thread may have said
+        // first that the record was gone.
+        const uint32_t latest_index = Oldest(latest, id);
+        if (Oldest(pending, id) == kNone && latest_index != kNone &&
+            timers[latest_index].clear_unseen) {
+          timers[latest_index].outcome = Outcome::kStopped;
+          timers[latest_index].clear_unseen = false;
+          break;
+        }
         const uint32_t index = PendingOrNew(id, Variant::kUnknown);
         TakeOldest(&pending, id);
         End(index, Outcome::kStopped, time);
@@ -549,9 +560,12 @@ struct LogReport::State {
         break;
       }
       case Event::kTimerStopUnknown: {
+        // The dispatch thread may have taken the record and not yet said so.
         const uint32_t index = Oldest(latest, id);
         if (index != kNone && timers[index].outcome == Outcome::kFired) {
           timers[index].flags |= kStopAfterFire;
+        } else if (index != kNone && timers[index].outcome == Outcome::kPending) {
+          timers[index].stop_refused = true;
         }
         break;
       }
@@ -561,18 +575,30 @@ struct LogReport::State {
         }
         break;
       case Event::kDispatchFound: {
-        Timer& timer = timers[PendingOrNew(id, variant)];
+        // Found before a stop or clear that the log shows first.
+        uint32_t index = Oldest(pending, id);
+        if (index == kNone) index = Oldest(ended, id);
+        Timer& timer = timers[index != kNone ? index : PendingOrNew(id, variant)];
         timer.thread_reported = true;
+        if (timer.outcome == Outcome::kStopped) timer.phase = StopPhase::kDuringSleep;
         TakeTimeout(fields, &timer);
         break;
       }
       case Event::kDispatchFire: {
-        const uint32_t index = PendingOrNew(id, variant);
-        TakeOldest(&pending, id);
+        // A clear logs its entry before it takes the list: the timer may
+        // have fired first.
+        uint32_t index = TakeOldest(&pending, id);
+        const uint32_t ended_index = Oldest(ended, id);
+        if (index == kNone && ended_index != kNone &&
+            timers[ended_index].outcome == Outcome::kCleared) {
+          index = TakeOldest(&ended, id);
+        }
+        if (index == kNone) index = NewTimer(id, variant);
         Timer& timer = timers[index];
         timer.outcome = Outcome::kFired;
         timer.ended_at = time;
         timer.thread_reported = true;
+        if (timer.stop_refused) timer.flags |= kStopAfterFire;
         TakeTimeout(fields, &timer);
         break;
       }
@@ -608,11 +634,12 @@ struct LogReport::State {
       index = TakeOldest(&pending, id);
       if (index == kNone) return;
       timers[index].outcome = Outcome::kCleared;
+      timers[index].clear_unseen = true;
       timers[index].ended_at = time;
     }
     Timer& timer = timers[index];
     timer.thread_reported = true;
-    if (timer.outcome == Outcome::kStopped) timer.phase = phase;
+    timer.phase = phase;
   }
 
   // ---- Restart level ----
