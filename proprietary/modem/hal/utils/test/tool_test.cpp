@@ -10,7 +10,9 @@ using namespace kovani_test;
 
 struct Case {
   const char* name;
-  std::string command;  // TOOL stands for the tool, run where the case's files are
+  // TOOL and STRESS stand for those programs, run where the case's files are;
+  // IN/ and EXPECTED/ for the folders of inputs and expected outputs.
+  std::string command;
   int status;
   std::vector<std::string> out, err;  // texts each must contain; "=" first: all of it
 };
@@ -86,6 +88,37 @@ const Case kCases[] = {
       "device 'C' is not connected"}},
     {"no_device_or_adb", std::string(kFakeAdb) + "TOOL info --device; PATH=/none TOOL info --device", 1, {},
      {"kovani-utils: no device connected (adb devices lists none)\n", "adb not found on PATH"}},
+    {"bug_report_as_profile", "TOOL info --json --props IN/bugreport.txt; TOOL info --props IN/bugreport.zip; "
+     "TOOL info --props - <IN/bugreport.txt", 0, {"\"build_type\": 3,", "device name:         kestrel\n"},
+     {"bugreport.txt (SYSTEM PROPERTIES section):22: malformed getprop line",
+      "bugreport.zip (SYSTEM PROPERTIES section of bugreport-kestrel-UP1A.231005.007-2024-11-23-08-10-00.txt), skipped 1 lines\n",
+      "loaded 4 properties from standard input (SYSTEM PROPERTIES section), skipped 1 lines\n"}},
+    {"bug_report_refused_or_without_properties", "sed '/SYSTEM PROPERTIES/,/duration of/d' IN/bugreport.txt >r; "
+     "TOOL info --props r; TOOL info --props IN/no_report.zip; TOOL info --props - <IN/bugreport.zip", 1, {"="},
+     {"no property in 'r (bug report without a SYSTEM PROPERTIES section)'\n",
+      "no_report.zip' is a zip archive without a bug report (no bugreport-*.txt)\n",
+      "kovani-utils: standard input is a zip archive: give it as a file name\n"}},
+    {"log_threadtime", "cp IN/logcat_threadtime.txt . && TOOL log logcat_threadtime.txt | diff EXPECTED/log_threadtime.txt -; "
+     "sed 's/$/\\r/' IN/logcat_threadtime.txt >logcat_threadtime.txt && TOOL log logcat_threadtime.txt | diff EXPECTED/log_threadtime.txt -",
+     0, {"="}, {}},
+    {"log_other_formats", "for f in time brief long; do TOOL log --json IN/logcat_$f.txt; done; TOOL log --json IN/syslog.txt IN/console.txt", 0,
+     {"\"format\": \"logcat time\",", "\"late_ms\": 13,", "\"format\": \"logcat brief\",", "\"outcome\": \"pending\",",
+      "\"format\": \"logcat long\",", "\"late_ms\": 16,", "\"format\": \"syslog\",", "\"late_ms\": 19,",
+      "\"format\": \"console\",", "\"decoded\": \"system_log\",\n    \"other_form_lines\": 4,"}, {}},
+    {"log_bug_report_system_log_only", "TOOL log --json IN/bugreport.txt IN/bugreport.zip", 0,
+     {"\"entry\": \"bugreport-kestrel-UP1A.231005.007-2024-11-23-08-10-00.txt\",", "\"lines\": 6,", "\"late_ms\": 5,"}, {}},
+    {"log_console_and_standard_input", "TOOL log --json - <IN/console.txt", 0,
+     {"\"name\": \"standard input\",", "\"decoded\": \"console\",", "\"stopped\": \"during_sleep\","}, {}},
+    {"log_device", "printf '#!/bin/sh\\necho \"$*\" >args; cat IN/logcat_time.txt\\n' >adb && chmod +x adb && "
+     "PATH=$PWD:$PATH TOOL log --device SER && cat args", 0, {"  source         adb:SER: logcat time, 3 library lines\n", "\n-s SER logcat -d\n"}, {}},
+    {"log_failures", "TOOL log IN/kestrel_cert.getprop; echo $?; TOOL log missing; echo $?; TOOL log IN/no_report.zip; echo $?; "
+     "TOOL log; echo $?; TOOL log f --device", 2, {"=1\n1\n1\n2\n"},
+     {"no line of libkovani_utils found; looked for logcat threadtime, time, brief", "cannot read 'missing': No such file or directory\n",
+      "no_report.zip' is a zip archive without a bug report", "give a log FILE, - for standard input, or --device", "excludes"}},
+    // What the library logged, decoded, against what its run counted.
+    {"log_round_trip", "STRESS 1 log 2>&1 >/dev/null | sed 1d | sort >want; TOOL log --json log | awk -F'\"' "
+     "'/\"outcome\"/{n[$4]++} /\"function\"/{f=$4} /\"count\"/{split($0,c,\": \"); n[f]+=c[2]} END{for(k in n)print k,n[k]}' "
+     "| sort | diff want -", 0, {"="}, {}},
 };
 // clang-format on
 
@@ -95,8 +128,13 @@ TEST_P(Tool, runs) {
   const Case& c = GetParam();
   const TempDir dir;
   std::string command = "cd " + dir.path + " && " + c.command;
-  for (size_t at; (at = command.find("TOOL")) != std::string::npos;)
-    command.replace(at, 4, Program(KOVANI_TOOL));
+  const std::pair<std::string, std::string> kWords[] = {{"TOOL", Program(KOVANI_TOOL)},
+                                                        {"STRESS", Program(KOVANI_STRESS)},
+                                                        {"IN/", KOVANI_TEST_INPUTS "/"},
+                                                        {"EXPECTED/", KOVANI_TEST_EXPECTED "/"}};
+  for (const auto& [word, text] : kWords)
+    for (size_t at; (at = command.find(word)) != std::string::npos;)
+      command.replace(at, word.size(), text);
   const ChildRun run = Shell("unset KOVANI_PROPERTY_PROFILE KOVANI_PROPERTY_PERSIST\n" + command);
   EXPECT_EQ(c.status, run.status) << run.err;
   for (const auto& [texts, output] : {std::pair{&c.out, &run.out}, {&c.err, &run.err}}) {
