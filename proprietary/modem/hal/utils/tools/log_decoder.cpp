@@ -50,7 +50,20 @@ constexpr size_t kKeptLineMax = 256;
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
-bool IsPriority(char c) { return c != '\0' && strchr("VDIWEFAS", c) != nullptr; }
+bool IsPriority(char c) {
+  switch (c) {
+    case 'V':
+    case 'D':
+    case 'I':
+    case 'W':
+    case 'E':
+    case 'F':
+    case 'A':
+    case 'S':
+      return true;
+  }
+  return false;
+}
 
 bool IsIdentifier(char c) {
   static constexpr auto kIdentifier = [] {
@@ -129,7 +142,7 @@ int64_t Milliseconds(Cursor* c) {
   return ms;
 }
 
-// HH:MM:SS with an optional fraction, as milliseconds into the day.
+// HH:MM:SS as milliseconds into the day; a fraction is left to the caller.
 bool Clock(Cursor* c, int64_t* ms) {
   uint64_t h, m, s;
   if (!c->Number(2, 2, &h) || !c->Skip(':') || !c->Number(2, 2, &m) || !c->Skip(':') ||
@@ -137,7 +150,6 @@ bool Clock(Cursor* c, int64_t* ms) {
     return false;
   }
   *ms = static_cast<int64_t>(((h * 60 + m) * 60 + s) * 1000);
-  if (c->Skip('.')) *ms += Milliseconds(c);
   return true;
 }
 
@@ -162,46 +174,76 @@ bool MonthDayTime(Cursor* c, int64_t* ms) {
   return true;
 }
 
+// The date and second of the last logcat time read: the lines of one second
+// share them, and only their fraction is read again.
+struct SecondCache {
+  std::array<char, 24> text{};
+  size_t size = 0;
+  int64_t ms = 0;
+  TimeBase base = TimeBase::kNoYear;
+
+  bool Matches(std::string_view rest) const {
+    return size != 0 && rest.size() > size && rest[size] == '.' &&
+           memcmp(rest.data(), text.data(), size) == 0;
+  }
+};
+
+// "[YYYY-]MM-DD HH:MM:SS" or "YYYY-MM-DDTHH:MM:SS" (a syslog's, *syslog set),
+// or seconds (epoch, monotonic), each with an optional fraction.
+bool DateTime(Cursor* c, int64_t* ms, TimeBase* base, bool* syslog, SecondCache* cache) {
+  const size_t from = c->pos();
+  uint64_t first, month, day;
+  if (!c->Number(1, 12, &first)) return false;
+  const size_t digits = c->pos() - from;
+  if (c->Skip('.')) {
+    *ms = static_cast<int64_t>(first) * 1000 + Milliseconds(c);
+    *base = TimeBase::kSeconds;
+    return true;
+  }
+  int64_t year = kYearUnknown;
+  if (digits == 4 && c->Skip('-')) {
+    year = static_cast<int64_t>(first);
+    *base = TimeBase::kDated;
+    if (!c->Number(2, 2, &month)) return false;
+  } else if (digits == 2) {
+    month = first;
+  } else {
+    return false;
+  }
+  int64_t clock;
+  if (!c->Skip('-') || !c->Number(2, 2, &day) || month < 1 || month > 12 || day < 1 || day > 31) {
+    return false;
+  }
+  *syslog = c->Skip('T');
+  if ((!*syslog && !c->Skip(' ')) || !Clock(c, &clock)) return false;
+  *ms = DaysFromCivil(year, static_cast<unsigned>(month), static_cast<unsigned>(day)) * 86400000 +
+        clock;
+  const size_t second_end = c->pos();
+  if (!c->Skip('.')) return true;
+  if (cache != nullptr && !*syslog && second_end - from <= cache->text.size()) {
+    *cache = {{}, second_end - from, *ms, *base};
+    memcpy(cache->text.data(), c->Since(from).data(), cache->size);
+  }
+  *ms += Milliseconds(c);
+  return true;
+}
+
 // logcat's "[YYYY-]MM-DD HH:MM:SS.mmm[uuu] [+zone]" or "seconds.mmm" (epoch,
 // monotonic), or a syslog's ISO "YYYY-MM-DDTHH:MM:SS.ffffff+zone" or
 // "Mmm DD HH:MM:SS". Sets *syslog for the two syslog forms.
-bool Time(Cursor* c, LineHeader* header, bool* syslog) {
+bool Time(Cursor* c, LineHeader* header, bool* syslog, SecondCache* cache) {
   c->SkipSpaces();
   const size_t from = c->pos();
   int64_t ms = 0;
-  *syslog = MonthDayTime(c, &ms);
   TimeBase base = TimeBase::kNoYear;
-  uint64_t first, month, day;
-  if (!*syslog) {
+  *syslog = false;
+  if (cache != nullptr && cache->Matches(c->Rest())) {
+    c->SkipTo(from + cache->size + 1);
+    ms = cache->ms + Milliseconds(c);
+    base = cache->base;
+  } else if (!(*syslog = MonthDayTime(c, &ms))) {
     c->SkipTo(from);
-    const size_t digits_from = c->pos();
-    if (!c->Number(1, 12, &first)) return false;
-    const size_t digits = c->pos() - digits_from;
-    if (c->Skip('.')) {
-      ms = static_cast<int64_t>(first) * 1000 + Milliseconds(c);
-      base = TimeBase::kSeconds;
-    } else {
-      int64_t year = kYearUnknown;
-      if (digits == 4 && c->Skip('-')) {
-        year = static_cast<int64_t>(first);
-        base = TimeBase::kDated;
-        if (!c->Number(2, 2, &month)) return false;
-      } else if (digits == 2) {
-        month = first;
-      } else {
-        return false;
-      }
-      int64_t clock;
-      if (!c->Skip('-') || !c->Number(2, 2, &day) || month < 1 || month > 12 || day < 1 ||
-          day > 31) {
-        return false;
-      }
-      *syslog = c->Skip('T');
-      if ((!*syslog && !c->Skip(' ')) || !Clock(c, &clock)) return false;
-      ms =
-          DaysFromCivil(year, static_cast<unsigned>(month), static_cast<unsigned>(day)) * 86400000 +
-          clock;
-    }
+    if (!DateTime(c, &ms, &base, syslog, cache)) return false;
   }
   // The zone: "Z", "+01:00" or "+0100" in a syslog, " +0100" in logcat.
   const bool zone_follows = *syslog ? !c->Skip('Z') : c->Peek() == ' ' && IsDigit(c->Peek(2));
@@ -218,9 +260,10 @@ bool Time(Cursor* c, LineHeader* header, bool* syslog) {
 }
 
 uint32_t ToId(std::string_view digits) {
+  if (digits.empty() || digits.size() > 10) return 0;
   uint64_t value = 0;
   for (char ch : digits) {
-    if (!IsDigit(ch) || value > UINT32_MAX) return 0;
+    if (!IsDigit(ch)) return 0;
     value = value * 10 + static_cast<uint64_t>(ch - '0');
   }
   return value > UINT32_MAX ? 0 : static_cast<uint32_t>(value);
@@ -278,11 +321,11 @@ void SyslogFields(Cursor* c, LineHeader* header) {
 }
 
 // The header that starts line, if any.
-LineHeader ParseHeader(std::string_view line) {
+LineHeader ParseHeader(std::string_view line, SecondCache* cache) {
   LineHeader header;
   Cursor c(line);
   bool syslog = false;
-  if (Time(&c, &header, &syslog)) {
+  if (Time(&c, &header, &syslog, cache)) {
     if (syslog) {
       SyslogFields(&c, &header);
     } else {
@@ -316,7 +359,7 @@ bool ParseLongHeader(std::string_view line, LineHeader* header) {
   bool syslog = false;
   LineHeader parsed;
   uint64_t pid, tid;
-  if (!c.Skip("[ ") || !Time(&c, &parsed, &syslog) || syslog) return false;
+  if (!c.Skip("[ ") || !Time(&c, &parsed, &syslog, nullptr) || syslog) return false;
   c.SkipSpaces();
   if (!c.Number(1, 10, &pid) || !c.Skip(':')) return false;
   c.SkipSpaces();
@@ -455,7 +498,7 @@ class Scanner {
     std::string_view line = WithoutCr(std::string_view(line_start, line_end - line_start));
     LibraryLine decoded;
     decoded.source = index_;
-    decoded.header = ParseHeader(line);
+    decoded.header = ParseHeader(line, &second_);
     // logcat -v process ends the line with "  (tag)".
     if (decoded.header.format == LogFormat::kProcess && line.back() == ')') {
       const size_t tag = line.rfind("  (");
@@ -507,7 +550,8 @@ class Scanner {
     uint64_t source_line;
     if (!c.Number(1, 10, &source_line)) return c.Rest().empty() ? kCut : kBadFrame;
     if (!c.Skip("] ")) return c.Rest().size() < 2 ? kCut : kBadFrame;
-    return DecodeFunctionAndBody(&c, ": ", decoded) ? nullptr : decode_failure_;
+    const uint64_t site = source_line << 2 | (line[at] == 'c' ? 0 : 1);
+    return DecodeFunctionAndBody(&c, ": ", site, decoded) ? nullptr : decode_failure_;
   }
 
   // "RIL[function:line]: body"; only a function of the library's makes it
@@ -518,44 +562,67 @@ class Scanner {
       decoded->console = true;
       if (decoded->header.format == LogFormat::kPlain) decoded->header.format = LogFormat::kConsole;
       decoded->header.priority = 0;
-      if (DecodeFunctionAndBody(&c, ":", decoded)) return nullptr;
+      if (DecodeFunctionAndBody(&c, ":", 0, decoded)) return nullptr;
       if (decode_failure_ != kUnknownFunction) return decode_failure_;
     }
     return kNotLibrary;
   }
 
-  // function, separator, [console: "line]: "], body.
-  bool DecodeFunctionAndBody(Cursor* c, std::string_view separator, LibraryLine* decoded) {
+  // function, separator, [console: "line]: "], body. site: the frame's
+  // source file and line; the console's line is read here.
+  bool DecodeFunctionAndBody(Cursor* c, std::string_view separator, uint64_t site,
+                             LibraryLine* decoded) {
     const size_t from = c->pos();
     while (IsIdentifier(c->Peek())) c->Skip(c->Peek());
     const std::string_view function = c->Since(from);
-    const FunctionMessages messages = FindFunction(function);
-    decode_failure_ = kUnknownFunction;
-    if (!messages.known()) {
-      if (!decoded->console &&
-          (c->Rest().empty() || separator.substr(0, c->Rest().size()) == c->Rest())) {
-        decode_failure_ = kCut;
-      }
+    const std::string_view after_function = c->Rest();
+    const bool separated = c->Skip(separator);
+    uint64_t console_line = 0;
+    const bool console_prefix =
+        separated && (!decoded->console || (c->Number(1, 10, &console_line) && c->Skip("]: ")));
+    CallSite* call_site = LookUp(decoded->console ? console_line << 2 | 2 : site, function);
+    if (call_site == nullptr) {
+      const bool cut =
+          after_function.empty() || separator.substr(0, after_function.size()) == after_function;
+      decode_failure_ = !decoded->console && cut ? kCut : kUnknownFunction;
       return false;
     }
-    if (!c->Skip(separator)) {
-      decode_failure_ = c->Rest().size() < separator.size() ? kCut : kBadFrame;
-      return false;
-    }
-    uint64_t source_line;
-    if (decoded->console && (!c->Number(1, 10, &source_line) || !c->Skip("]: "))) {
-      decode_failure_ = c->Rest().size() < 3 ? kCut : kBadFrame;
+    if (!console_prefix) {
+      decode_failure_ = c->Rest().size() < (separated ? 3 : separator.size()) ? kCut : kBadFrame;
       return false;
     }
     const std::string_view body = c->Rest();
+    const FunctionMessages messages = call_site->messages;
+    if (call_site->format < MessageCount() &&
+        MatchFormat(Messages()[call_site->format].format, body, &decoded->captures)) {
+      decoded->format = call_site->format;
+      return true;
+    }
     for (size_t i = messages.first; i < messages.first + messages.count; ++i) {
       if (MatchFormat(Messages()[i].format, body, &decoded->captures)) {
-        decoded->format = i;
+        decoded->format = call_site->format = i;
         return true;
       }
     }
     decode_failure_ = kUnknownMessage;
     return false;
+  }
+
+  // A call site (source file and line, or the console's line) logs one
+  // function's lines and nearly always one format: both are kept at hand.
+  struct CallSite {
+    uint64_t key = UINT64_MAX;
+    FunctionMessages messages;
+    size_t format = SIZE_MAX;
+  };
+
+  CallSite* LookUp(uint64_t key, std::string_view function) {
+    CallSite& site = call_sites_[key % call_sites_.size()];
+    if (site.key == key && function == Messages()[site.messages.first].function) return &site;
+    const FunctionMessages messages = FindFunction(function);
+    if (!messages.known()) return nullptr;
+    site = {key, messages, SIZE_MAX};
+    return &site;
   }
 
   // "SUB[n]" or "[task]" just before the source file, or empty.
@@ -582,6 +649,8 @@ class Scanner {
   std::string previous_line_;
   bool in_log_section_ = false;
   const char* decode_failure_ = nullptr;
+  std::array<CallSite, 1024> call_sites_;
+  SecondCache second_;
 };
 
 }  // namespace

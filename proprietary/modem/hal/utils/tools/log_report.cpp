@@ -394,10 +394,6 @@ struct LogReport::State {
       group.last = time;
     }
     if (message.event == Event::kNone) return;
-    // Dispatch threads are new for every timer and need no state.
-    const auto thread = [&] {
-      return &threads[static_cast<uint64_t>(line.header.pid) << 32 | line.header.tid];
-    };
     const Captures& fields = line.captures;
     switch (message.event) {
       case Event::kStartEntry:
@@ -408,7 +404,7 @@ struct LogReport::State {
       case Event::kStartNoMemory:
       case Event::kThreadNamed:
       case Event::kThreadResult:
-        OnStart(message, fields, time, &thread()->start);
+        OnStart(message, fields, time, &ThreadOf(line.header)->start);
         break;
       case Event::kTimerCancelled:
       case Event::kTimerStopUnknown:
@@ -421,15 +417,21 @@ struct LogReport::State {
         break;
       case Event::kPropertyTrace:
       case Event::kSetRefused:
-        OnProperty(message, fields, time, thread());
+        OnProperty(message, line, time);
         break;
       default:
-        OnRestartLevel(message, fields, time, thread());
+        OnRestartLevel(message, fields, time, ThreadOf(line.header));
         break;
     }
   }
 
   // Lines come in runs of one instance: the last one's count is kept at hand.
+  // Dispatch threads are new for every timer: only lines that need it make
+  // a thread's state.
+  ThreadState* ThreadOf(const LineHeader& header) {
+    return &threads[static_cast<uint64_t>(header.pid) << 32 | header.tid];
+  }
+
   void CountInstance(std::string_view instance) {
     if (instance.empty()) return;
     if (last_instance != by_instance.end() && last_instance->first == instance) {
@@ -708,8 +710,8 @@ struct LogReport::State {
 
   // ---- Properties ----
 
-  void OnProperty(const MessageFormat& message, const Captures& fields, const LogTime& time,
-                  ThreadState* thread) {
+  void OnProperty(const MessageFormat& message, const LibraryLine& line, const LogTime& time) {
+    const Captures& fields = line.captures;
     if (message.event == Event::kSetRefused) {
       failed_sets.Add({time, message.function, "", Render(message.format, fields)});
       return;
@@ -718,7 +720,8 @@ struct LogReport::State {
     const std::string_view value = fields.field[1].substr(0, kValueMax);
     const auto found = properties.find(name);
     if (found != properties.end()) {
-      found->second = {std::string(value), time};
+      found->second.value.assign(value);
+      found->second.time = time;
     } else if (properties.size() < kPropertiesMax) {
       properties.emplace(std::string(name), PropertyValue{std::string(value), time});
     } else {
@@ -727,6 +730,7 @@ struct LogReport::State {
     if (name != kLevelProperty) return;
     // A switch's trace reads back what now stands; the platform may have
     // refused the write.
+    ThreadState* thread = ThreadOf(line.header);
     if (!thread->written_level.empty() && value != thread->written_level) {
       failed_sets.Add({time, "kovani_set_modem_ssr_type", kLevelProperty,
                        "set to " + thread->written_level + ", reads " + std::string(value)});
