@@ -13,10 +13,6 @@ namespace {
 
 constexpr std::string_view kSectionOpen = "------ ";
 
-std::string_view WithoutCr(std::string_view line) {
-  return !line.empty() && line.back() == '\r' ? line.substr(0, line.size() - 1) : line;
-}
-
 std::string Label(const Input& input, bool found) {
   const std::string in = input.entry.empty() ? "" : " of " + input.entry;
   return input.name + (found ? " (" + std::string(kPropertiesSection) + " section" + in + ")"

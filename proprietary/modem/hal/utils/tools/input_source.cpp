@@ -19,10 +19,6 @@ constexpr size_t kHeadSize = 4096;
 // main_entry.txt names the report; a longer text is not such a name.
 constexpr size_t kMainEntryMax = 1024;
 
-std::string Quoted(const std::string& name) {
-  return name == "standard input" ? name : "'" + name + "'";
-}
-
 // A file descriptor read from its start; streams (pipes, FIFOs, terminals)
 // are waited for at most kIdleLimitSeconds at a time. The first bytes can be
 // looked at before they are read.
@@ -197,6 +193,14 @@ bool OpenZip(FdSource* file, Input* input, std::string* error) {
 }
 
 }  // namespace
+
+std::string Quoted(const std::string& name) {
+  return name == "standard input" ? name : "'" + name + "'";
+}
+
+std::string_view WithoutCr(std::string_view line) {
+  return !line.empty() && line.back() == '\r' ? line.substr(0, line.size() - 1) : line;
+}
 
 ssize_t MemorySource::Read(char* buf, size_t size) {
   const size_t n = std::min(size, text_.size());

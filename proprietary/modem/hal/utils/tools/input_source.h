@@ -48,6 +48,12 @@ struct Input {
   std::unique_ptr<ByteSource> source;  // from the first byte of the text
 };
 
+// An input's name as messages show it: quoted, unless it is standard input.
+std::string Quoted(const std::string& name);
+
+// A line without the '\r' of a CRLF end.
+std::string_view WithoutCr(std::string_view line);
+
 // Opens path ("-" is standard input) and tells its kind from its content: a
 // zip archive holding a bug report, a bug report's text, or other text.
 // False with *error naming the input and the reason.

@@ -374,10 +374,6 @@ bool ParseLongHeader(std::string_view line, LineHeader* header) {
   return true;
 }
 
-std::string_view WithoutCr(std::string_view line) {
-  return !line.empty() && line.back() == '\r' ? line.substr(0, line.size() - 1) : line;
-}
-
 const char* Find(const char* from, const char* end, std::string_view needle) {
   if (from >= end) return nullptr;
   return static_cast<const char*>(
@@ -497,7 +493,6 @@ class Scanner {
   void DecodeLine(const char* line_start, const char* line_end, const char* anchor, bool frame) {
     std::string_view line = WithoutCr(std::string_view(line_start, line_end - line_start));
     LibraryLine decoded;
-    decoded.source = index_;
     decoded.header = ParseHeader(line, &second_);
     // logcat -v process ends the line with "  (tag)".
     if (decoded.header.format == LogFormat::kProcess && line.back() == ')') {
@@ -664,8 +659,7 @@ bool DecodeInput(Input* input, size_t index, LineSink* sink, SourceSummary* summ
   BlockReader reader(input->source.get());
   for (std::string_view block; reader.Next(&block);) scanner.ScanBlock(block);
   if (!reader.failed()) return true;
-  *error = "cannot read " +
-           (input->name == "standard input" ? input->name : "'" + input->name + "'") +
+  *error = "cannot read " + Quoted(input->name) +
            (input->entry.empty() ? "" : " (" + input->entry + ")") + ": " + input->source->error();
   return false;
 }

@@ -50,7 +50,6 @@ struct LineHeader {
 };
 
 struct LibraryLine {
-  size_t source = 0;
   LineHeader header;
   bool console = false;
   std::string_view instance;  // "SUB[0]" or "[task]"; empty on the console
