@@ -249,6 +249,23 @@ std::string Indented(const std::string& text, const char* indent) {
   return out;
 }
 
+// Text from the log as the text report shows it: control bytes, which a
+// terminal would act on, as \xNN.
+std::string Shown(std::string_view text) {
+  std::string shown;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte >= 0x20 && byte != 0x7f) {
+      shown.push_back(c);
+      continue;
+    }
+    char escaped[8];
+    snprintf(escaped, sizeof(escaped), "\\x%02x", byte);
+    shown += escaped;
+  }
+  return shown;
+}
+
 std::string Hex(uint32_t id) {
   char text[16];
   snprintf(text, sizeof(text), "0x%08x", id);
@@ -869,7 +886,7 @@ void LogReport::WriteText(uint64_t other_lines, bool console, Output* out) const
   if (!s.by_instance.empty()) {
     separator = "  by instance    ";
     for (const auto& [instance, count] : s.by_instance) {
-      out->Printf("%s%s %" PRIu64, separator, instance.c_str(), count);
+      out->Printf("%s%s %" PRIu64, separator, Shown(instance).c_str(), count);
       separator = ", ";
     }
     if (s.instances_not_listed != 0) {
@@ -885,7 +902,7 @@ void LogReport::WriteText(uint64_t other_lines, bool console, Output* out) const
     out->Printf("  unparsed lines (%zu shown)\n", s.examples.size());
     for (const Example& example : s.examples) {
       out->Printf("    %s:%" PRIu64 ": %s\n      %s\n", (*s.sources)[example.source].name.c_str(),
-                  example.line_number, example.reason, example.text.c_str());
+                  example.line_number, example.reason, Shown(example.text).c_str());
     }
   }
 
@@ -924,13 +941,13 @@ void LogReport::WriteText(uint64_t other_lines, bool console, Output* out) const
   for (const LevelChange& change : s.level_changes.items) {
     const char* type = RestartTypeName(change.type);
     out->Printf("    %-18s  %-10s  %-12s %-7s %s\n", TimeText(change.time), change.how,
-                change.level.c_str(), type == nullptr ? "-" : type, change.function);
+                Shown(change.level).c_str(), type == nullptr ? "-" : type, change.function);
   }
   if (s.level_changes.not_listed != 0) {
     out->Printf("    and %" PRIu64 " more\n", s.level_changes.not_listed);
   }
   out->Printf("  saved default  %s\n",
-              s.saved_default_known ? ("\"" + s.saved_default + "\"").c_str() : "not seen");
+              s.saved_default_known ? ("\"" + Shown(s.saved_default) + "\"").c_str() : "not seen");
   if (!s.waits.items.empty()) out->Append("  waits\n");
   for (const Wait& wait : s.waits.items) {
     int64_t waited;
@@ -947,7 +964,8 @@ void LogReport::WriteText(uint64_t other_lines, bool console, Output* out) const
 
   out->Printf("\nproperties (%zu traced)\n", s.properties.size());
   for (const auto& [name, value] : s.properties) {
-    out->Printf("  %-40s %-20s %s\n", name.c_str(), value.value.c_str(), TimeText(value.time));
+    out->Printf("  %-40s %-20s %s\n", Shown(name).c_str(), Shown(value.value).c_str(),
+                TimeText(value.time));
   }
   if (s.properties_not_listed != 0) {
     out->Printf("  and %" PRIu64 " values of properties beyond these\n", s.properties_not_listed);
@@ -956,7 +974,7 @@ void LogReport::WriteText(uint64_t other_lines, bool console, Output* out) const
   for (const FailedSet& failed : s.failed_sets.items) {
     out->Printf("    %-18s  %s: %s%s%s\n", TimeText(failed.time), failed.function,
                 failed.property.c_str(), failed.property.empty() ? "" : ": ",
-                failed.message.c_str());
+                Shown(failed.message).c_str());
   }
   if (s.failed_sets.not_listed != 0) {
     out->Printf("    and %" PRIu64 " more\n", s.failed_sets.not_listed);
