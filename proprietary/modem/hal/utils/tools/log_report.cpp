@@ -342,7 +342,8 @@ struct LogReport::State {
 
   // ---- Timer lists: chains through Timer::next, oldest first ----
 
-  uint32_t Oldest(const std::unordered_map<uint32_t, uint32_t>& list, uint32_t id) const {
+  // The timer a map holds for id (a chain's oldest), or kNone.
+  uint32_t Find(const std::unordered_map<uint32_t, uint32_t>& list, uint32_t id) const {
     const auto found = list.find(id);
     return found == list.end() ? kNone : found->second;
   }
@@ -381,7 +382,7 @@ struct LogReport::State {
 
   // A dispatch or stop line about a timer whose start the log does not hold.
   uint32_t PendingOrNew(uint32_t id, Variant variant) {
-    uint32_t index = Oldest(pending, id);
+    uint32_t index = Find(pending, id);
     if (index == kNone) {
       index = NewTimer(id, variant);
       Append(&pending, index);
@@ -530,7 +531,7 @@ struct LogReport::State {
   }
 
   uint32_t StartTimer(uint32_t id, const LogTime& time, const StartInProgress& thread) {
-    const bool id_pending = Oldest(pending, id) != kNone;
+    const bool id_pending = Find(pending, id) != kNone;
     const uint32_t index = NewTimer(id, thread.variant);
     Timer& timer = timers[index];
     if (id_pending) timer.flags |= kStartedWhilePending;
@@ -546,7 +547,7 @@ struct LogReport::State {
     const uint32_t id = static_cast<uint32_t>(Integer(fields.field[0]));
     uint32_t index = thread->named;
     if (index == kNone || timers[index].id != id) {
-      index = Oldest(pending, id);
+      index = Find(pending, id);
       if (index == kNone || timers[index].start_logged) index = StartTimer(id, time, *thread);
     }
     Timer& timer = timers[index];
@@ -565,8 +566,8 @@ struct LogReport::State {
       case Event::kTimerCancelled: {
         // A stop logs after it took the record: the thread may have said
         // first that the record was gone.
-        const uint32_t latest_index = Oldest(latest, id);
-        if (Oldest(pending, id) == kNone && latest_index != kNone &&
+        const uint32_t latest_index = Find(latest, id);
+        if (Find(pending, id) == kNone && latest_index != kNone &&
             timers[latest_index].clear_unseen) {
           timers[latest_index].outcome = Outcome::kStopped;
           timers[latest_index].clear_unseen = false;
@@ -580,7 +581,7 @@ struct LogReport::State {
       }
       case Event::kTimerStopUnknown: {
         // The dispatch thread may have taken the record and not yet said so.
-        const uint32_t index = Oldest(latest, id);
+        const uint32_t index = Find(latest, id);
         if (index != kNone && timers[index].outcome == Outcome::kFired) {
           timers[index].flags |= kStopAfterFire;
         } else if (index != kNone && timers[index].outcome == Outcome::kPending) {
@@ -595,8 +596,8 @@ struct LogReport::State {
         break;
       case Event::kDispatchFound: {
         // Found before a stop or clear that the log shows first.
-        uint32_t index = Oldest(pending, id);
-        if (index == kNone) index = Oldest(ended, id);
+        uint32_t index = Find(pending, id);
+        if (index == kNone) index = Find(ended, id);
         Timer& timer = timers[index != kNone ? index : PendingOrNew(id, variant)];
         timer.thread_reported = true;
         if (timer.outcome == Outcome::kStopped) timer.phase = StopPhase::kDuringSleep;
@@ -607,7 +608,7 @@ struct LogReport::State {
         // A clear logs its entry before it takes the list: the timer may
         // have fired first.
         uint32_t index = TakeOldest(&pending, id);
-        const uint32_t ended_index = Oldest(ended, id);
+        const uint32_t ended_index = Find(ended, id);
         if (index == kNone && ended_index != kNone &&
             timers[ended_index].outcome == Outcome::kCleared) {
           index = TakeOldest(&ended, id);
