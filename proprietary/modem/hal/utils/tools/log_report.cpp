@@ -158,7 +158,6 @@ struct Timer {
   bool thread_reported = false;
   bool start_logged = false;  // its "Set timer with ID" line was seen
   bool stop_refused = false;  // a stop found no record while it was pending
-  bool clear_unseen = false;  // cleared, as its thread said, with no stop or clear seen
   int thread_result = 0;
   const MessageFormat* start_error = nullptr;
   int64_t invalid_instance[2] = {0, 0};
@@ -564,13 +563,17 @@ struct LogReport::State {
     const Variant variant = VariantOf(message.function);
     switch (message.event) {
       case Event::kTimerCancelled: {
-        // A stop logs after it took the record: the thread may have said
-        // first that the record was gone.
+        // A stop logs after it took the record: a clear may have logged its
+        // entry first, or the thread that the record was gone; the record
+        // was this stop's.
         const uint32_t latest_index = Find(latest, id);
         if (Find(pending, id) == kNone && latest_index != kNone &&
-            timers[latest_index].clear_unseen) {
-          timers[latest_index].outcome = Outcome::kStopped;
-          timers[latest_index].clear_unseen = false;
+            timers[latest_index].outcome == Outcome::kCleared) {
+          Timer& timer = timers[latest_index];
+          timer.outcome = Outcome::kStopped;
+          if (timer.phase == StopPhase::kUnknown && timer.thread_reported) {
+            timer.phase = StopPhase::kDuringSleep;
+          }
           break;
         }
         const uint32_t index = PendingOrNew(id, Variant::kUnknown);
@@ -654,7 +657,6 @@ struct LogReport::State {
       index = TakeOldest(&pending, id);
       if (index == kNone) return;
       timers[index].outcome = Outcome::kCleared;
-      timers[index].clear_unseen = true;
       timers[index].ended_at = time;
     }
     Timer& timer = timers[index];
