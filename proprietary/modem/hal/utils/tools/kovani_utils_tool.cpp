@@ -60,6 +60,21 @@ __attribute__((format(printf, 2, 3))) void Append(std::string* text, const char*
   text->append(line, n < 0 ? 0 : std::min<size_t>(static_cast<size_t>(n), sizeof(line) - 1));
 }
 
+// Bytes from outside the tool as messages show them: a control character
+// would act on the user's terminal, so it is written as \xNN.
+std::string Escaped(const std::string& bytes) {
+  std::string shown;
+  for (const char c : bytes) {
+    const unsigned char byte = static_cast<unsigned char>(c);
+    if (byte < 0x20 || byte == 0x7f) {
+      Append(&shown, "\\x%02x", byte);
+    } else {
+      shown += c;
+    }
+  }
+  return shown;
+}
+
 // ---- Standard streams ----
 
 // A duplicate of the standard output the tool was given, or -1 when it was
@@ -294,7 +309,7 @@ bool RunAdb(const std::vector<std::string>& args, int timeout, std::string* out,
             std::string* error) {
   const AdbRun run = StartAdb(args, timeout, out);
   std::string command = "adb";
-  for (const std::string& arg : args) command += " " + arg;
+  for (const std::string& arg : args) command += " " + Escaped(arg);
   std::istringstream lines(run.err);
   std::string message;
   for (std::string line; std::getline(lines, line);) {
@@ -317,7 +332,7 @@ bool RunAdb(const std::vector<std::string>& args, int timeout, std::string* out,
   } else if (run.end == AdbEnd::kReadFailed) {
     *error = "cannot read from adb: " + std::string(strerror(run.read_error));
   } else if (!WIFEXITED(run.status) || WEXITSTATUS(run.status) != 0) {
-    *error = command + " failed" + (message.empty() ? "" : ": " + message);
+    *error = command + " failed" + (message.empty() ? "" : ": " + Escaped(message));
   }
   return error->empty();
 }
@@ -334,7 +349,7 @@ bool ReadDevice(std::string serial, int timeout, std::string* dump, std::string*
     char name[256], state[64];
     if (sscanf(list.substr(at + 1, end - at - 1).c_str(), "%255s %63s", name, state) == 2) {
       states[name] = state;
-      serials += (serials.empty() ? "" : ", ") + std::string(name);
+      serials += (serials.empty() ? "" : ", ") + Escaped(name);
     }
     at = end;
   }
@@ -346,12 +361,12 @@ bool ReadDevice(std::string serial, int timeout, std::string* dump, std::string*
     serial = states.begin()->first;
   }
   if (!error->empty()) return false;
+  *source = "adb:" + Escaped(serial);
   if (states.count(serial) == 0) {
-    *error = "device '" + serial + "' is not connected";
+    *error = "device '" + Escaped(serial) + "' is not connected";
   } else if (states[serial] != "device") {
-    *error = "device '" + serial + "' is " + states[serial] + ", not ready";
+    *error = "device '" + Escaped(serial) + "' is " + Escaped(states[serial]) + ", not ready";
   }
-  *source = "adb:" + serial;
   return error->empty() && RunAdb({"-s", serial, "exec-out", "getprop"}, timeout, dump, error);
 }
 
