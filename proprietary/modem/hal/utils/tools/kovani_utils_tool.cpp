@@ -18,6 +18,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <chrono>
 #include <iostream>
 #include <map>
@@ -407,11 +408,38 @@ int LoadSource(const std::string& file, const std::string& text, bool from_text)
   return 0;
 }
 
-// The device or the profiles in order, later ones winning, then the single
-// properties and the persistence file. 0, or the exit status.
+void KeepReason(int, const char*, unsigned long, const char* reason, void* cookie) {
+  *static_cast<std::string*>(cookie) = reason;
+}
+
+// Why the store would refuse NAME=VALUE as a profile line, or "". It judges
+// "[NAME]: [VALUE]", the form that keeps the value's blanks, with line
+// breaks as blanks so that the value stays on one line.
+std::string SetpropProblem(const std::string& entry) {
+  const std::string name = entry.substr(0, entry.find('='));
+  if (kovani_host_property_seed(name.c_str(), "") != 0) return "invalid property name";
+  std::string line = "[" + name + "]: [" + entry.substr(name.size() + 1) + "]";
+  std::replace(line.begin(), line.end(), '\n', ' ');
+  std::string reason;
+  kovani_host_property_set_reporter(KeepReason, &reason);
+  kovani_host_property_load_text("--setprop", line.data(), line.size(), nullptr);
+  kovani_host_property_set_reporter(OnReport, nullptr);
+  return reason;
+}
+
+// The device or the profiles in order, later ones winning, then the
+// persistence file, then the single properties. 0, or the exit status.
 int LoadProperties(const Options& options, std::string* profile) {
   kovani_host_property_reset();
   kovani_host_property_set_reporter(OnReport, nullptr);
+  for (const std::string& entry : options.setprops) {
+    const std::string problem = SetpropProblem(entry);
+    if (!problem.empty()) {
+      fprintf(stderr, "kovani-utils: --setprop '%s': %s\n", Escaped(entry).c_str(),
+              problem.c_str());
+      return kExitUsage;
+    }
+  }
   std::vector<std::string> files = options.props;
   if (files.empty() && !options.FromDevice()) files.push_back(SampleProfile());
   int status = 0;
@@ -434,18 +462,18 @@ int LoadProperties(const Options& options, std::string* profile) {
     fprintf(stderr, "kovani-utils: %ld more bad lines not shown\n",
             g_reports.warnings - kShownWarnings);
   }
-  for (size_t i = 0; i < options.setprops.size() && status == 0; ++i) {
-    const std::string& entry = options.setprops[i];
-    const std::string name = entry.substr(0, entry.find('='));
-    if (kovani_host_property_seed(name.c_str(), entry.c_str() + name.size() + 1) != 0) {
-      fprintf(stderr, "kovani-utils: --setprop '%s': invalid property name\n", entry.c_str());
-      return kExitUsage;
-    }
-  }
   if (status == 0 && !options.persist.empty() &&
       kovani_host_property_set_persist_file(options.persist.c_str()) < 0) {
     return Fail("cannot use persistence file '%s': %s", options.persist.c_str(),
                 g_reports.unreadable.c_str());
+  }
+  // Seeds, so that they win over every file and never reach the persistence file.
+  for (size_t i = 0; i < options.setprops.size() && status == 0; ++i) {
+    const std::string& entry = options.setprops[i];
+    const size_t eq = entry.find('=');
+    if (kovani_host_property_seed(entry.substr(0, eq).c_str(), entry.c_str() + eq + 1) != 0) {
+      return Fail("cannot set --setprop '%s'", Escaped(entry).c_str());
+    }
   }
   return status;
 }
