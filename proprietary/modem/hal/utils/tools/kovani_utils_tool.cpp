@@ -14,6 +14,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -23,6 +24,7 @@
 #include <iostream>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -119,6 +121,7 @@ int Print(const std::string& text) {
 
 struct Reports {
   long warnings = 0;
+  bool repeat = false;     // a source loaded before, whose bad lines were counted
   std::string unreadable;  // why the last file was refused
   std::string unwritable;  // why a change did not reach the persistence file
 } g_reports;
@@ -129,7 +132,7 @@ void OnReport(int kind, const char* file, unsigned long line, const char* reason
     g_reports.unreadable = reason;
   } else if (kind == KOVANI_HOST_PROPERTY_UNWRITABLE) {
     if (g_reports.unwritable.empty()) g_reports.unwritable = reason;
-  } else {
+  } else if (!g_reports.repeat) {
     if (++g_reports.warnings <= kShownWarnings) {
       fprintf(stderr, "%s:%lu: %s, line %s\n", file, line, reason,
               kind == KOVANI_HOST_PROPERTY_LINE_KEPT ? "kept as it is" : "skipped");
@@ -450,14 +453,22 @@ int LoadProperties(const Options& options, std::string* profile) {
     }
     status = LoadSource(*profile, dump, true);
   }
+  std::set<std::pair<dev_t, ino_t>> loaded;
+  std::string input;  // standard input, read once however often it is named
+  bool input_read = false;
   for (size_t i = 0; i < files.size() && status == 0; ++i) {
-    *profile = files[i] == "-" ? "standard input" : files[i];
-    std::string text;
-    if (files[i] == "-" && !ReadAll(STDIN_FILENO, &text)) {
+    const bool from_input = files[i] == "-";
+    *profile = from_input ? "standard input" : files[i];
+    if (from_input && !input_read && !ReadAll(STDIN_FILENO, &input)) {
       return Fail("cannot read standard input: %s", strerror(errno));
     }
-    status = LoadSource(*profile, text, files[i] == "-");
+    input_read = input_read || from_input;
+    struct stat file = {};
+    const int known = from_input ? fstat(STDIN_FILENO, &file) : stat(files[i].c_str(), &file);
+    g_reports.repeat = known == 0 && !loaded.insert({file.st_dev, file.st_ino}).second;
+    status = LoadSource(*profile, input, from_input);
   }
+  g_reports.repeat = false;
   if (g_reports.warnings > kShownWarnings) {
     fprintf(stderr, "kovani-utils: %ld more bad lines not shown\n",
             g_reports.warnings - kShownWarnings);
