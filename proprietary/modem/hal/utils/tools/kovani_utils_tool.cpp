@@ -182,8 +182,11 @@ class AdbSignals {
     for (size_t i = 0; i < std::size(kSignals); ++i) {
       sigaddset(&blocked, kSignals[i]);
       sigaction(kSignals[i], nullptr, &previous_[i]);
-      // One that is ignored (nohup) stays ignored.
-      if (previous_[i].sa_handler != SIG_IGN) sigaction(kSignals[i], &on_signal, nullptr);
+      // A stop signal that is ignored (nohup) stays ignored; SIGCHLD never
+      // is, or adb would be reaped unseen.
+      if (previous_[i].sa_handler != SIG_IGN || kSignals[i] == SIGCHLD) {
+        sigaction(kSignals[i], &on_signal, nullptr);
+      }
     }
     sigprocmask(SIG_BLOCK, &blocked, &mask_);
     waiting_ = mask_;
