@@ -414,6 +414,28 @@ int LoadSource(const std::string& file, const std::string& text, bool from_text)
   return 0;
 }
 
+// The profiles in order, later ones winning. 0, or the exit status.
+int LoadFiles(const std::vector<std::string>& files, std::string* profile) {
+  std::set<std::pair<dev_t, ino_t>> loaded;
+  std::string input;  // standard input, read once however often it is named
+  bool input_read = false;
+  int status = 0;
+  for (size_t i = 0; i < files.size() && status == 0; ++i) {
+    const bool from_input = files[i] == "-";
+    *profile = from_input ? "standard input" : files[i];
+    if (from_input && !input_read && !ReadAll(STDIN_FILENO, &input)) {
+      return Fail("cannot read standard input: %s", strerror(errno));
+    }
+    input_read = input_read || from_input;
+    struct stat file = {};
+    const int known = from_input ? fstat(STDIN_FILENO, &file) : stat(files[i].c_str(), &file);
+    g_reports.repeat = known == 0 && !loaded.insert({file.st_dev, file.st_ino}).second;
+    status = LoadSource(*profile, input, from_input);
+  }
+  g_reports.repeat = false;
+  return status;
+}
+
 void KeepReason(int, const char*, unsigned long, const char* reason, void* cookie) {
   *static_cast<std::string*>(cookie) = reason;
 }
@@ -456,22 +478,7 @@ int LoadProperties(const Options& options, std::string* profile) {
     }
     status = LoadSource(*profile, dump, true);
   }
-  std::set<std::pair<dev_t, ino_t>> loaded;
-  std::string input;  // standard input, read once however often it is named
-  bool input_read = false;
-  for (size_t i = 0; i < files.size() && status == 0; ++i) {
-    const bool from_input = files[i] == "-";
-    *profile = from_input ? "standard input" : files[i];
-    if (from_input && !input_read && !ReadAll(STDIN_FILENO, &input)) {
-      return Fail("cannot read standard input: %s", strerror(errno));
-    }
-    input_read = input_read || from_input;
-    struct stat file = {};
-    const int known = from_input ? fstat(STDIN_FILENO, &file) : stat(files[i].c_str(), &file);
-    g_reports.repeat = known == 0 && !loaded.insert({file.st_dev, file.st_ino}).second;
-    status = LoadSource(*profile, input, from_input);
-  }
-  g_reports.repeat = false;
+  if (status == 0) status = LoadFiles(files, profile);
   if (g_reports.warnings > kShownWarnings) {
     fprintf(stderr, "kovani-utils: %ld more bad lines not shown\n",
             g_reports.warnings - kShownWarnings);
