@@ -26,6 +26,9 @@ const char kFakeAdb[] =
     "printf \"%%s\\\\t%%s\\\\n\" \"${d%%%%:*}\" \"${d#*:}\"; done;; -s) cat " KOVANI_TEST_INPUTS
     "/kestrel_cert.getprop;; esac\\n' >adb && chmod +x adb && export PATH=$PWD:$PATH; ";
 
+// An adb of the case's own: the script lines that follow, up to a line "E".
+const char kOwnAdb[] = "export PATH=$PWD:$PATH; cat >adb <<'E'; chmod +x adb\n#!/bin/sh\n";
+
 // clang-format off
 const Case kCases[] = {
     {"info_on_the_sample", "TOOL info", 0,
@@ -46,10 +49,29 @@ const Case kCases[] = {
      "TOOL info --json --props a.prop --props b.getprop --setprop ro.cust.test=ct --setprop persist.vendor.radio.build_region=eea", 0,
      {"\"device_name\": \"kestrel\"", "\"build_type\": 3,", "\"vendor_build_region\": \"eea\""},
      {"loaded 2 properties from a.prop, skipped 0 lines\n", "loaded 2 properties from b.getprop, skipped 0 lines\n"}},
+    {"setprop_gets_the_checks_of_a_profile_line",
+     "TOOL info --setprop persist.a=" + std::string(92, 'v') + "; echo $?; TOOL info --setprop \"$(printf 'persist.a=\\377')\"; "
+     "echo $?; TOOL info --json --setprop persist.vendor.radio.build_region=" + std::string(91, 'v') +
+     " --setprop ro.product.device=" + std::string(92, 'v'), 0,
+     {"2\n2\n{\n", "\"vendor_build_region\": \"" + std::string(91, 'v') + "\""},
+     {"kovani-utils: --setprop 'persist.a=" + std::string(92, 'v') + "': value of 92 or more bytes for a non-ro. property\n",
+      "kovani-utils: --setprop 'persist.a=\xff': value is not valid UTF-8\n"}},
+    {"setprop_wins_over_the_persistence_file",
+     "printf 'persist.vendor.ssr.type_bak=FILE\\npersist.vendor.ssr.type_bak_flag=1\\n' >S; "
+     "TOOL ssr get --json --persist S --setprop persist.vendor.ssr.type_bak=ARG; cat S", 0,
+     {"\"saved_default\": \"ARG\"", "}\npersist.vendor.ssr.type_bak=FILE\npersist.vendor.ssr.type_bak_flag=1\n"}, {}},
     {"standard_input", "echo '[ro.build.version.incremental]: [V1.DEV]' | TOOL info --json --props -", 0,
      {"\"build_type\": 6,", "\"profile\": \"standard input\""}, {"loaded 1 properties from standard input, skipped 0 lines\n"}},
+    {"standard_input_read_once",
+     "echo ro.product.device=falcon >f; echo ro.product.device=kestrel | TOOL info --json --props - --props f --props -", 0,
+     {"\"device_name\": \"kestrel\""},
+     {"=loaded 1 properties from standard input, skipped 0 lines\nloaded 1 properties from f, skipped 0 lines\n"
+      "loaded 1 properties from standard input, skipped 0 lines\n"}},
     {"ten_warnings_then_a_count", "(echo ro.product.device=k; for i in $(seq 12); do echo bad; done) >p; TOOL info --props p", 0,
      {}, {"p:11: missing '='", "kovani-utils: 2 more bad lines not shown\n", "loaded 1 properties from p, skipped 12 lines\n"}},
+    {"one_file_twice_counts_its_bad_lines_once",
+     "(echo ro.product.device=k; for i in $(seq 12); do echo bad; done) >p; TOOL info --props p --props ./p", 0, {},
+     {"kovani-utils: 2 more bad lines not shown\n", "loaded 1 properties from ./p, skipped 12 lines\n"}},
     {"no_property", ": >empty; TOOL info --props empty", 1, {"="}, {"kovani-utils: no property in 'empty'\n"}},
     {"nul_in_a_value", "printf 'ro.product.device=kes\\0trel\\nro.cust.test=ct\\n' >p; TOOL info --json --props p", 0,
      {"\"device_name\": \"\""}, {"p:1: contains a NUL byte"}},
@@ -88,6 +110,19 @@ const Case kCases[] = {
       "device 'C' is not connected"}},
     {"no_device_or_adb", std::string(kFakeAdb) + "TOOL info --device; PATH=/none TOOL info --device", 1, {},
      {"kovani-utils: no device connected (adb devices lists none)\n", "adb not found on PATH"}},
+    {"device_time_limit", std::string(kOwnAdb) + "sleep 9\nE\nTOOL info --device --timeout 1", 1, {},
+     {"=kovani-utils: adb devices did not finish within 1 s (--timeout); stopped it\n"}},
+    {"device_server_keeps_the_pipe_open",
+     std::string(kFakeAdb) + "mv adb real; " + kOwnAdb + "sleep 9 & echo $! >>child\nexec \"$PWD/real\" \"$@\"\nE\n"
+     "DEVICES=SER1:device TOOL info --json --device --timeout 3; s=$?; kill $(cat child); exit $s", 0,
+     {"\"profile\": \"adb:SER1\""}, {}},
+    {"device_bytes_escaped",
+     std::string(kFakeAdb) + "export DEVICES=\"$(printf 'S\\033]0;x\\007:device B:un\\001ready')\"; TOOL info --device; "
+     "TOOL info --device B; TOOL info --device \"$(printf 'S\\033]0;x\\007')\"", 0, {},
+     {"several devices connected (S\\x1b]0;x\\x07, B)", "device 'B' is un\\x01ready, not ready",
+      "loaded 24 properties from adb:S\\x1b]0;x\\x07, skipped 0 lines\n"}},
+    {"adb_error_text_escaped", std::string(kOwnAdb) + "printf 'error: \\033[2J\\n' >&2; exit 1\nE\nTOOL info --device", 1,
+     {}, {"=kovani-utils: adb devices failed: error: \\x1b[2J\n"}},
     {"bug_report_as_profile", "TOOL info --json --props IN/bugreport.txt; TOOL info --props IN/bugreport.zip; "
      "TOOL info --props - <IN/bugreport.txt", 0, {"\"build_type\": 3,", "device name:         kestrel\n"},
      {"bugreport.txt (SYSTEM PROPERTIES section):22: malformed getprop line",
@@ -109,8 +144,10 @@ const Case kCases[] = {
      {"\"entry\": \"bugreport-kestrel-UP1A.231005.007-2024-11-23-08-10-00.txt\",", "\"lines\": 6,", "\"late_ms\": 5,"}, {}},
     {"log_console_and_standard_input", "TOOL log --json - <IN/console.txt", 0,
      {"\"name\": \"standard input\",", "\"decoded\": \"console\",", "\"stopped\": \"during_sleep\","}, {}},
-    {"log_device", "printf '#!/bin/sh\\necho \"$*\" >args; cat IN/logcat_time.txt\\n' >adb && chmod +x adb && "
-     "PATH=$PWD:$PATH TOOL log --device SER && cat args", 0, {"  source         adb:SER: logcat time, 3 library lines\n", "\n-s SER logcat -d\n"}, {}},
+    {"log_device", std::string(kOwnAdb) + "echo \"$*\" >args; cat IN/logcat_time.txt\nE\nTOOL log --device SER && cat args", 0,
+     {"  source         adb:SER: logcat time, 3 library lines\n", "\n-s SER logcat -d\n"}, {}},
+    {"log_device_time_limit", std::string(kOwnAdb) + "sleep 9\nE\nTOOL log --device --timeout 1", 1, {},
+     {"=kovani-utils: cannot read the device's log: adb logcat -d did not finish within 1 s (--timeout); stopped it\n"}},
     {"log_failures", "TOOL log IN/kestrel_cert.getprop; echo $?; TOOL log missing; echo $?; TOOL log IN/no_report.zip; echo $?; "
      "TOOL log; echo $?; TOOL log f --device", 2, {"=1\n1\n1\n2\n"},
      {"no line of libkovani_utils found; looked for logcat threadtime, time, brief", "cannot read 'missing': No such file or directory\n",

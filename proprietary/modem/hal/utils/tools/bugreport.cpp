@@ -88,15 +88,12 @@ ProfileKind ReadBugReportProfile(const std::string& path, std::string* text, std
   return ReadProperties(&input, text, label, error);
 }
 
-ProfileKind TakeBugReportProfile(const std::string& name, std::string* text, std::string* label,
-                                 std::string* error) {
-  std::string report;
-  report.swap(*text);
+ProfileKind TakeBugReportProfile(const std::string& name, std::string_view text,
+                                 std::string* section, std::string* label, std::string* error) {
   Input input;
-  const bool opened = OpenText(name, report, &input, error);
-  if (opened && input.kind != InputKind::kText) return ReadProperties(&input, text, label, error);
-  report.swap(*text);
-  return opened ? ProfileKind::kPlain : ProfileKind::kFailed;
+  if (!OpenText(name, text, &input, error)) return ProfileKind::kFailed;
+  if (input.kind == InputKind::kText) return ProfileKind::kPlain;
+  return ReadProperties(&input, section, label, error);
 }
 
 }  // namespace kovani_tool

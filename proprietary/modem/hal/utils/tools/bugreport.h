@@ -31,9 +31,9 @@ enum class ProfileKind {
 // *label the file and the section used (or that it has none).
 ProfileKind ReadBugReportProfile(const std::string& path, std::string* text, std::string* label,
                                  std::string* error);
-// The same for text already read whole, named name; *text is replaced.
-ProfileKind TakeBugReportProfile(const std::string& name, std::string* text, std::string* label,
-                                 std::string* error);
+// The same for text already read whole, named name.
+ProfileKind TakeBugReportProfile(const std::string& name, std::string_view text,
+                                 std::string* section, std::string* label, std::string* error);
 
 }  // namespace kovani_tool
 

@@ -10,12 +10,16 @@
 
 namespace kovani_tool {
 
+// The default longest wait for one adb call.
+constexpr int kAdbTimeoutSeconds = 30;
+
 struct LogOptions {
   bool FromDevice() const { return device != nullptr && device->count() > 0; }
 
   std::vector<std::string> files;
   CLI::Option* device = nullptr;
   std::string serial;
+  int timeout = kAdbTimeoutSeconds;  // seconds for the adb call
   bool json = false;
 };
 
