@@ -1,0 +1,335 @@
+#include "property_file.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstddef>
+#include <cstring>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "kovani_host_properties.h"
+#include "property_text.h"
+
+namespace kovani_host {
+namespace {
+
+constexpr char kNotRegular[] = "not a regular file";
+constexpr char kTooLarge[] = "larger than 64 MiB";
+constexpr char kNotPersistFile[] = "does not look like a persistence file";
+constexpr char kTempInfix[] = ".kovani-tmp.";
+constexpr std::size_t kFileMax = KOVANI_HOST_PROPERTY_FILE_MAX;
+static_assert(kFileMax == 64u * 1024u * 1024u, "kTooLarge names the limit");
+
+class Fd {
+ public:
+  explicit Fd(int fd = -1) : fd_(fd) {}
+  ~Fd() { reset(); }
+  Fd(const Fd&) = delete;
+  Fd& operator=(const Fd&) = delete;
+  int get() const { return fd_; }
+  void reset(int fd = -1) {
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = fd;
+  }
+
+ private:
+  int fd_;
+};
+
+// Reads what fd holds if it is a regular file of at most kFileMax bytes,
+// stopping there should the file grow meanwhile.
+bool read_regular(int fd, std::string* out, Failure* why) {
+  struct stat st {};
+  if (::fstat(fd, &st) != 0) {
+    *why = failure(errno);
+    return false;
+  }
+  if (!S_ISREG(st.st_mode)) {
+    *why = failure(EINVAL, kNotRegular);
+    return false;
+  }
+  if (st.st_size > static_cast<off_t>(kFileMax)) {
+    *why = too_large();
+    return false;
+  }
+  out->clear();
+  out->reserve(static_cast<std::size_t>(st.st_size));
+  char buf[16384];
+  for (;;) {
+    const ssize_t n = ::pread(fd, buf, sizeof buf, static_cast<off_t>(out->size()));
+    if (n == 0) return true;
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      *why = failure(errno);
+      return false;
+    }
+    if (out->size() + static_cast<std::size_t>(n) > kFileMax) {
+      *why = too_large();
+      return false;
+    }
+    out->append(buf, static_cast<std::size_t>(n));
+  }
+}
+
+std::string dir_of(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// ---------------------------------------------------------------------------
+// Links
+
+// Follows symbolic links from path to where they end, which need not exist.
+bool follow_links(const std::string& path, std::string* target, Failure* why) {
+  std::string p = path;
+  for (int hops = 0; hops < 40; ++hops) {
+    struct stat st {};
+    if (::lstat(p.c_str(), &st) != 0 || !S_ISLNK(st.st_mode)) {
+      *target = p;
+      return true;  // open reports anything but a missing file
+    }
+    std::vector<char> buf(PATH_MAX);
+    const ssize_t n = ::readlink(p.c_str(), buf.data(), buf.size());
+    if (n <= 0 || static_cast<std::size_t>(n) == buf.size()) {
+      *why = failure(n < 0 ? errno : ENAMETOOLONG);
+      return false;
+    }
+    std::string dest(buf.data(), static_cast<std::size_t>(n));
+    const std::size_t slash = p.rfind('/');
+    if (dest[0] != '/' && slash != std::string::npos) dest = p.substr(0, slash + 1) + dest;
+    p = std::move(dest);
+  }
+  *why = failure(ELOOP);
+  return false;
+}
+
+// ---------------------------------------------------------------------------
+// Locking
+
+// The persistence file, flock()ed, by the path it really has.
+struct Locked {
+  Fd fd;
+  std::string target;
+  struct stat st {};
+  bool created = false;  // empty and new, made only to hold the lock
+};
+
+enum class Lock { kLocked, kMissing, kFailed };
+
+// Writers replace the file by rename, so the lock may land on a file the
+// path no longer names; then it is taken again on the one it names now.
+Lock lock_file(const std::string& path, bool create, Locked* f, Failure* why) {
+  int last = EAGAIN;
+  for (int attempt = 0; attempt < 1000; ++attempt) {
+    if (!follow_links(path, &f->target, why)) return Lock::kFailed;
+    const char* target = f->target.c_str();
+    f->created = false;
+    f->fd.reset(::open(target, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW | O_CLOEXEC));
+    if (f->fd.get() < 0 && errno == ENOENT && create) {
+      f->fd.reset(::open(target, O_RDONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666));
+      f->created = f->fd.get() >= 0;
+    }
+    if (f->fd.get() < 0) {
+      // A file or link appeared since the path was followed.
+      if ((last = errno) == EEXIST || errno == ELOOP) continue;
+      if (errno == ENOENT && !create) return Lock::kMissing;
+      *why = failure(errno);
+      return Lock::kFailed;
+    }
+    if (::fstat(f->fd.get(), &f->st) != 0) {
+      *why = failure(errno);
+      return Lock::kFailed;
+    }
+    if (!S_ISREG(f->st.st_mode)) {
+      *why = failure(EINVAL, kNotRegular);
+      return Lock::kFailed;
+    }
+    int rc;
+    while ((rc = ::flock(f->fd.get(), LOCK_EX)) != 0 && errno == EINTR) {
+    }
+    if (rc != 0) {
+      *why = failure(errno);
+      return Lock::kFailed;
+    }
+    struct stat now {};
+    if (::lstat(target, &now) == 0 && now.st_dev == f->st.st_dev && now.st_ino == f->st.st_ino) {
+      return Lock::kLocked;
+    }
+    last = EAGAIN;
+  }
+  *why = failure(last);
+  return Lock::kFailed;
+}
+
+// ---------------------------------------------------------------------------
+// Temporaries
+
+// Kept short enough that the temporary's name fits NAME_MAX.
+std::string temp_prefix(const std::string& path) {
+  return path.substr(path.rfind('/') + 1).substr(0, 200) + kTempInfix;
+}
+
+// Only a writer holding the lock has a temporary, so under the lock every
+// one left is a dead writer's.
+void remove_stale_temporaries(const std::string& target) {
+  const std::string prefix = temp_prefix(target);
+  DIR* dir = ::opendir(dir_of(target).c_str());
+  if (dir == nullptr) return;
+  std::vector<std::string> stale;
+  while (const dirent* e = ::readdir(dir)) {
+    const std::string_view name(e->d_name);
+    if (name.size() != prefix.size() + 6 || name.substr(0, prefix.size()) != prefix) continue;
+    bool random = true;
+    for (char c : name.substr(prefix.size())) {
+      random =
+          random && ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'));
+    }
+    if (random) stale.emplace_back(name);
+  }
+  for (const std::string& name : stale) (void)::unlinkat(::dirfd(dir), name.c_str(), 0);
+  ::closedir(dir);
+}
+
+// ---------------------------------------------------------------------------
+// Rewriting
+
+// rename() would replace a file its owner made read-only, so ask first.
+// Root passes permission checks, so a file without any write bit counts as
+// read-only for it too.
+bool check_writable(const Locked& f, Failure* why) {
+  if ((f.st.st_mode & 0222) == 0) {
+    *why = failure(EACCES);
+    return false;
+  }
+  const Fd fd(::open(f.target.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW | O_CLOEXEC));
+  if (fd.get() < 0) {
+    *why = failure(errno);
+    return false;
+  }
+  return true;
+}
+
+bool write_all(int fd, std::string_view data) {
+  while (!data.empty()) {
+    const ssize_t n = ::write(fd, data.data(), data.size());
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    data.remove_prefix(static_cast<std::size_t>(n));
+  }
+  return true;
+}
+
+// Temporary file, fsync and rename: a crash leaves the old or new file.
+bool replace_file(Locked* f, const std::string& data, Failure* why) {
+  std::string tmp = dir_of(f->target) + '/' + temp_prefix(f->target) + "XXXXXX";
+  // O_CREAT|O_EXCL: never opens what an attacker planted under that name.
+  const Fd fd(::mkostemp(&tmp[0], O_CLOEXEC));
+  if (fd.get() < 0) {
+    *why = failure(errno);
+    return false;
+  }
+  struct stat st {};
+  bool ok = write_all(fd.get(), data) && ::fstat(fd.get(), &st) == 0;
+  if (ok && (st.st_uid != f->st.st_uid || st.st_gid != f->st.st_gid) &&
+      ::fchown(fd.get(), f->st.st_uid, f->st.st_gid) != 0) {
+    (void)::fchown(fd.get(), static_cast<uid_t>(-1), f->st.st_gid);  // at least the group
+  }
+  // Locked before it takes the file's place, so that a writer waiting on the
+  // old file queues on this one while the folder is synced, rather than
+  // racing this process's next change for it, which it would mostly lose.
+  ok = ok && ::fchmod(fd.get(), f->st.st_mode & 07777) == 0 && ::fsync(fd.get()) == 0 &&
+       ::flock(fd.get(), LOCK_EX | LOCK_NB) == 0 && ::rename(tmp.c_str(), f->target.c_str()) == 0;
+  if (!ok) {
+    *why = failure(errno);
+    ::unlink(tmp.c_str());
+    return false;
+  }
+  f->fd.reset();
+  // Makes the rename durable; without it a crash still leaves a whole file.
+  const Fd dfd(::open(dir_of(f->target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (dfd.get() >= 0) (void)::fsync(dfd.get());
+  return true;
+}
+
+bool rewrite_locked(Locked* f, const std::string& name, const std::string* value, bool* replaced,
+                    Failure* why) {
+  remove_stale_temporaries(f->target);
+  std::string text;
+  if ((!f->created && !check_writable(*f, why)) || !read_regular(f->fd.get(), &text, why)) {
+    return false;
+  }
+  if (is_foreign(text)) {
+    *why = failure(EINVAL, kNotPersistFile);
+    return false;
+  }
+  const std::string updated = with_change(text, name, value);
+  if (updated == text) return true;
+  if (updated.size() > kFileMax) {
+    *why = too_large();
+    return false;
+  }
+  *replaced = replace_file(f, updated, why);
+  return *replaced;
+}
+
+}  // namespace
+
+Failure failure(int err, std::string reason) {
+  return {err, reason.empty() ? std::strerror(err) : std::move(reason)};
+}
+
+Failure too_large() { return failure(EFBIG, kTooLarge); }
+
+// O_NONBLOCK so that opening a FIFO never waits for a writer.
+bool read_file(const char* path, std::string* out, Failure* why) {
+  const Fd fd(::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (fd.get() < 0) {
+    *why = failure(errno);
+    return false;
+  }
+  return read_regular(fd.get(), out, why);
+}
+
+bool read_persist_file(const std::string& path, std::string* text, Failure* why) {
+  text->clear();
+  Locked f;
+  switch (lock_file(path, false, &f, why)) {
+    case Lock::kFailed:
+      return false;
+    case Lock::kMissing:
+      return true;
+    case Lock::kLocked:
+      break;
+  }
+  remove_stale_temporaries(f.target);
+  if (!read_regular(f.fd.get(), text, why)) return false;
+  if (is_foreign(*text)) {
+    *why = failure(EINVAL, kNotPersistFile);
+    return false;
+  }
+  return true;
+}
+
+bool rewrite_persist_file(const std::string& path, const std::string& name,
+                          const std::string* value, Failure* why) {
+  Locked f;
+  if (lock_file(path, true, &f, why) != Lock::kLocked) return false;
+  bool replaced = false;
+  const bool ok = rewrite_locked(&f, name, value, &replaced, why);
+  // Still locked: waiters see the path gone and look again.
+  if (f.created && !replaced) ::unlink(f.target.c_str());
+  return ok;
+}
+
+}  // namespace kovani_host
