@@ -102,6 +102,8 @@ struct Reports {
   long warnings = 0;
   std::string unreadable;  // why the last file was refused
   std::string unwritable;  // why a change did not reach the persistence file
+  // In every profile, shown or not.
+  unsigned long bad_lines = 0;
 } g_reports;
 
 // Bad lines are shown up to a limit, then counted.
@@ -249,6 +251,7 @@ int LoadSource(const std::string& file, const std::string& text, bool from_text)
   if (count < 0)
     return Fail("cannot read profile '%s': %s", file.c_str(), g_reports.unreadable.c_str());
   fprintf(stderr, "loaded %d properties from %s, skipped %lu lines\n", count, file.c_str(), bad);
+  g_reports.bad_lines += bad;
   if (count == 0) return Fail("no property in '%s'", file.c_str());
   return 0;
 }
@@ -274,9 +277,10 @@ int LoadProperties(const Options& options, std::string* profile) {
     }
     status = LoadSource(*profile, text, files[i] == "-");
   }
-  if (g_reports.warnings > kShownWarnings) {
-    fprintf(stderr, "kovani-utils: %ld more bad lines not shown\n",
-            g_reports.warnings - kShownWarnings);
+  // The store reports only the first bad lines of each file, but counts all.
+  if (g_reports.bad_lines > kShownWarnings) {
+    fprintf(stderr, "kovani-utils: %lu more bad lines not shown\n",
+            g_reports.bad_lines - kShownWarnings);
   }
   for (size_t i = 0; i < options.setprops.size() && status == 0; ++i) {
     const std::string& entry = options.setprops[i];

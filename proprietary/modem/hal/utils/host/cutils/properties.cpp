@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <cstddef>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -48,27 +47,11 @@ void default_reporter(int kind, const char* file, unsigned long line, const char
   }
 }
 
-// Compact, since a large file may have a bad line on every line.
 struct Report {
   int kind;
-  std::uint32_t line;
-  std::uint32_t file;  // in Reports::strings
-  std::uint32_t text;  // in Reports::strings, unless reason is set
-  const char* reason;  // a literal
-};
-
-struct Reports {
-  std::vector<Report> list;
-  std::vector<std::string> strings;
-
-  std::uint32_t keep(const std::string& s) {
-    if (strings.empty() || strings.back() != s) strings.push_back(s);
-    return static_cast<std::uint32_t>(strings.size() - 1);
-  }
-  void clear() {
-    list.clear();
-    strings.clear();
-  }
+  std::string file;
+  unsigned long line;
+  std::string reason;
 };
 
 struct Reporter {
@@ -89,23 +72,19 @@ struct Store {
   std::map<std::string, std::string, std::less<>> props;
   std::string persist_path;  // empty when detached
   Reporter reporter;
-  Reports pending;  // made under the lock, delivered after it
+  std::vector<Report> pending;  // made under the lock, delivered after it
 
   // Dropped only when memory runs out: losing a report must not fail a set.
-  void report(int kind, const std::string& file, unsigned long line, const char* reason) noexcept {
+  void report(int kind, const std::string& file, unsigned long line,
+              const std::string& reason) noexcept {
     try {
-      const bool literal =
-          kind == KOVANI_HOST_PROPERTY_LINE_SKIPPED || kind == KOVANI_HOST_PROPERTY_LINE_KEPT;
-      const std::uint32_t name = pending.keep(file);
-      const std::uint32_t text = literal ? 0 : pending.keep(reason);
-      pending.list.push_back(
-          {kind, static_cast<std::uint32_t>(line), name, text, literal ? reason : nullptr});
+      pending.push_back({kind, file, line, reason});
     } catch (...) {
     }
   }
 
   int fail(int kind, const std::string& file, const Failure& why) {
-    report(kind, file, 0, why.reason.c_str());
+    report(kind, file, 0, why.reason);
     errno = why.err;
     return -1;
   }
@@ -119,7 +98,9 @@ struct Store {
     }
   }
 
-  // Puts what a text holds into the store, reporting each bad line.
+  // Puts what a text holds into the store. Bad lines are counted, but only
+  // the first few are reported, so that a file of nothing else costs no
+  // memory per line.
   class Loader final : public kovani_host::TextVisitor {
    public:
     Loader(Store* store, const std::string& source, int kind)
@@ -129,8 +110,9 @@ struct Store {
       ++set_;
     }
     void bad_line(unsigned long line, const char* reason) override {
-      ++bad_;
-      store_->report(kind_, source_, line, reason);
+      if (++bad_ <= KOVANI_HOST_PROPERTY_REPORTED_LINES_MAX) {
+        store_->report(kind_, source_, line, reason);
+      }
     }
     int set() const { return set_; }
     unsigned long bad() const { return bad_; }
@@ -184,7 +166,7 @@ struct Store {
     } catch (...) {
       why = failure(ENOMEM);
     }
-    report(KOVANI_HOST_PROPERTY_UNWRITABLE, persist_path, 0, why.reason.c_str());
+    report(KOVANI_HOST_PROPERTY_UNWRITABLE, persist_path, 0, why.reason);
   }
 
   void init_locked() {
@@ -221,7 +203,7 @@ template <typename Fn>
 int with_store(int on_failure, Fn fn) noexcept {
   return guarded(on_failure, [&] {
     Store& s = store();
-    Reports reports;
+    std::vector<Report> reports;
     Reporter reporter;
     int result;
     {
@@ -233,9 +215,8 @@ int with_store(int on_failure, Fn fn) noexcept {
       reporter = s.reporter;
     }
     const int err = errno;
-    for (const Report& r : reports.list) {
-      const char* reason = r.reason != nullptr ? r.reason : reports.strings[r.text].c_str();
-      reporter.tell(r.kind, reports.strings[r.file].c_str(), r.line, reason);
+    for (const Report& r : reports) {
+      reporter.tell(r.kind, r.file.c_str(), r.line, r.reason.c_str());
     }
     errno = err;
     return result;

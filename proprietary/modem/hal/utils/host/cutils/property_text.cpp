@@ -8,7 +8,6 @@ namespace kovani_host {
 namespace {
 
 constexpr std::size_t kValueMax = PROPERTY_VALUE_MAX;  // counts the NUL
-constexpr char kBlanks[] = " \t\r\f\v";
 constexpr char kMalformedGetprop[] = "malformed getprop line, expected \"[name]: [value]\"";
 constexpr char kNulByte[] = "contains a NUL byte";
 constexpr char kPersistHeader[] = "# persistent properties, rewritten on every change\n";
@@ -48,10 +47,13 @@ bool is_valid_utf8(std::string_view s) {
   return true;
 }
 
+bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\f' || c == '\v'; }
+
+// By hand: a profile may hold millions of lines.
 std::string_view trim(std::string_view s) {
-  const std::size_t b = s.find_first_not_of(kBlanks);
-  if (b == std::string_view::npos) return {};
-  return s.substr(b, s.find_last_not_of(kBlanks) - b + 1);
+  while (!s.empty() && is_blank(s.front())) s.remove_prefix(1);
+  while (!s.empty() && is_blank(s.back())) s.remove_suffix(1);
+  return s;
 }
 
 std::string_view without_cr(std::string_view s) {
@@ -101,8 +103,8 @@ bool starts_getprop_entry(std::string_view line) {
 }
 
 bool closes_value(std::string_view line) {
-  const std::size_t last = line.find_last_not_of(kBlanks);
-  return last != std::string_view::npos && line[last] == ']';
+  const std::string_view s = trim(line);
+  return !s.empty() && s.back() == ']';
 }
 
 // getprop prints a value that holds newlines over several lines.
@@ -121,12 +123,12 @@ bool join_value(std::string_view first, LineReader* lines, std::string* joined) 
   return false;
 }
 
-// nullptr with *name empty for a line to ignore (blank, comment), nullptr
-// with the entry in *name and *value, or the reason the line is bad.
-const char* parse_profile_line(std::string_view raw, std::string_view* name,
+// s is a trimmed line. nullptr with *name empty for a line to ignore
+// (blank, comment), nullptr with the entry in *name and *value, or the
+// reason the line is bad.
+const char* parse_profile_line(std::string_view s, std::string_view* name,
                                std::string_view* value) {
-  if (raw.find('\0') != std::string_view::npos) return kNulByte;
-  const std::string_view s = trim(raw);
+  if (s.find('\0') != std::string_view::npos) return kNulByte;
   if (s.empty() || s[0] == '#') return nullptr;
   if (s[0] == '[') {
     // The value runs to the last ']' because it may hold ']'.
@@ -168,7 +170,7 @@ const char* parse_persist_line(std::string_view raw, PersistEntry* out) {
   out->name = {};
   if (raw.find('\0') != std::string_view::npos) return kNulByte;
   const std::string_view s = without_cr(raw);
-  if (s.find_first_not_of(kBlanks) == std::string_view::npos || s[0] == '#') return nullptr;
+  if (trim(s).empty() || s[0] == '#') return nullptr;
   const std::size_t eq = s.find('=');
   if (eq == std::string_view::npos) return "missing '='";
   const std::string_view name = s.substr(0, eq);
@@ -251,16 +253,17 @@ void parse_profile(std::string_view text, TextVisitor* visitor) {
   std::string joined;
   for (std::string_view line; lines.next(&line);) {
     const unsigned long number = lines.number();
-    std::string_view raw = without_cr(line);
-    if (opens_value(raw)) {
-      if (!join_value(raw, &lines, &joined)) {
+    std::string_view s = trim(line);
+    if (opens_value(s)) {
+      // Blanks at the end of the first line belong to the value.
+      if (!join_value(without_cr(line), &lines, &joined)) {
         visitor->bad_line(number, "value never closed by ']'");
         return;  // it took every line after it
       }
-      raw = joined;
+      s = trim(joined);
     }
     std::string_view name, value;
-    const char* problem = parse_profile_line(raw, &name, &value);
+    const char* problem = parse_profile_line(s, &name, &value);
     if (problem != nullptr) {
       visitor->bad_line(number, problem);
     } else if (!name.empty()) {

@@ -20,6 +20,14 @@
 /* The largest profile or persistence file the store reads. */
 #define KOVANI_HOST_PROPERTY_FILE_MAX (64u * 1024u * 1024u)
 
+/*
+ * The most bad lines one load reports; the rest are only counted. A load is
+ * one call of kovani_host_property_load, kovani_host_property_load_text or
+ * kovani_host_property_set_persist_file, or the environment's files at
+ * first use.
+ */
+#define KOVANI_HOST_PROPERTY_REPORTED_LINES_MAX 100
+
 /* The kinds of report the store makes. */
 enum {
   /* A profile line that could not be parsed; skipped. */
@@ -66,11 +74,12 @@ __attribute__((visibility("default"))) void kovani_host_property_set_reporter(
  * ignoring write-once. A getprop value that spans lines is joined with '\n'
  * up to the line that ends with ']'; one that never closes is a single bad
  * line at its first line number. Each bad line (including one holding a NUL
- * byte) is reported as LINE_SKIPPED and skipped. Returns the number of
+ * byte) is skipped, and reported as LINE_SKIPPED up to
+ * KOVANI_HOST_PROPERTY_REPORTED_LINES_MAX of them. Returns the number of
  * entries that set a property (a value spanning lines counts once) and, when
- * bad_lines is not NULL, stores the number of bad lines there; or returns -1
- * with errno set after an UNREADABLE report (EINVAL for a NULL path, without
- * a report).
+ * bad_lines is not NULL, stores the number of all bad lines there; or
+ * returns -1 with errno set after an UNREADABLE report (EINVAL for a NULL
+ * path, without a report).
  */
 __attribute__((visibility("default"))) int kovani_host_property_load(const char* path,
                                                                      unsigned long* bad_lines);
