@@ -8,6 +8,7 @@ namespace kovani_host {
 namespace {
 
 constexpr std::size_t kValueMax = PROPERTY_VALUE_MAX;  // counts the NUL
+constexpr char kByteOrderMark[] = "\xEF\xBB\xBF";
 constexpr char kMalformedGetprop[] = "malformed getprop line, expected \"[name]: [value]\"";
 constexpr char kNulByte[] = "contains a NUL byte";
 constexpr char kPersistHeader[] = "# persistent properties, rewritten on every change\n";
@@ -59,6 +60,12 @@ std::string_view trim(std::string_view s) {
 std::string_view without_cr(std::string_view s) {
   if (!s.empty() && s.back() == '\r') s.remove_suffix(1);
   return s;
+}
+
+// Editors on some systems put one in front of UTF-8 text.
+std::string_view without_byte_order_mark(std::string_view text) {
+  if (starts_with(text, kByteOrderMark)) text.remove_prefix(sizeof kByteOrderMark - 1);
+  return text;
 }
 
 // The lines of a text, without their '\n', one at a time.
@@ -113,14 +120,24 @@ bool opens_value(std::string_view line) {
 }
 
 // Joins first, whose value is open, with the lines that lines reads up to
-// the one that closes it; false when the text ends first.
+// the one that closes it. False, with lines where it was, when another entry
+// or the end comes first.
 bool join_value(std::string_view first, LineReader* lines, std::string* joined) {
+  const LineReader start = *lines;
+  std::string_view line;
+  do {
+    if (!lines->next(&line) || starts_getprop_entry(line)) {
+      *lines = start;
+      return false;
+    }
+  } while (!closes_value(line));
+  // Built once closed, so that a value that never closes costs no memory.
   joined->assign(first);
-  for (std::string_view line; lines->next(&line);) {
+  for (LineReader again = start; again.number() < lines->number();) {
+    again.next(&line);
     (*joined += '\n') += without_cr(line);
-    if (closes_value(line)) return true;
   }
-  return false;
+  return true;
 }
 
 // s is a trimmed line. nullptr with *name empty for a line to ignore
@@ -249,7 +266,7 @@ const char* value_problem(std::string_view name, std::string_view value) {
 }
 
 void parse_profile(std::string_view text, TextVisitor* visitor) {
-  LineReader lines(text);
+  LineReader lines(without_byte_order_mark(text));
   std::string joined;
   for (std::string_view line; lines.next(&line);) {
     const unsigned long number = lines.number();
@@ -258,7 +275,7 @@ void parse_profile(std::string_view text, TextVisitor* visitor) {
       // Blanks at the end of the first line belong to the value.
       if (!join_value(without_cr(line), &lines, &joined)) {
         visitor->bad_line(number, "value never closed by ']'");
-        return;  // it took every line after it
+        continue;
       }
       s = trim(joined);
     }
@@ -273,7 +290,7 @@ void parse_profile(std::string_view text, TextVisitor* visitor) {
 }
 
 void parse_persist(std::string_view text, TextVisitor* visitor) {
-  LineReader lines(text);
+  LineReader lines(without_byte_order_mark(text));
   PersistEntry e;
   for (std::string_view line; lines.next(&line);) {
     const char* problem = parse_persist_line(line, &e);
@@ -289,7 +306,7 @@ bool is_foreign(std::string_view text) {
   bool unparsable = false;
   bool entry = false;
   PersistEntry e;
-  for_each_line(text, [&](std::string_view line) {
+  for_each_line(without_byte_order_mark(text), [&](std::string_view line) {
     if (parse_persist_line(line, &e) != nullptr) {
       unparsable = true;
     } else if (!e.name.empty()) {
@@ -300,12 +317,13 @@ bool is_foreign(std::string_view text) {
 }
 
 std::string with_change(std::string_view text, const std::string& name, const std::string* value) {
-  std::string out;
+  const std::string_view body = without_byte_order_mark(text);
+  std::string out(text.substr(0, text.size() - body.size()));
   out.reserve(text.size() + name.size() + kValueMax + 2);
-  if (text.empty() && value != nullptr) out = kPersistHeader;
+  if (body.empty() && value != nullptr) out += kPersistHeader;
   bool found = false;
   PersistEntry e;
-  for_each_line(text, [&](std::string_view line) {
+  for_each_line(body, [&](std::string_view line) {
     if (parse_persist_line(line, &e) == nullptr && e.name == name) {
       found = true;
       if (value != nullptr) out += persist_line(name, *value);

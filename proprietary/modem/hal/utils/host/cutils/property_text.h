@@ -29,7 +29,9 @@ class TextVisitor {
 };
 
 // A profile. A getprop value that spans lines runs to the line that ends
-// with ']'; one that never closes is one bad line at its first line.
+// with ']'; a line that starts another getprop entry before that ends it.
+// A value that never closes is one bad line at its first line, and the lines
+// after it are read as lines of their own.
 void parse_profile(std::string_view text, TextVisitor* visitor);
 
 // A persistence file; a bad line is one to keep as it is.

@@ -72,9 +72,12 @@ __attribute__((visibility("default"))) void kovani_host_property_set_reporter(
  * Loads a profile (build.prop "name=value" lines or "adb shell getprop"
  * "[name]: [value]" lines, mixed as they come) over the current values,
  * ignoring write-once. A getprop value that spans lines is joined with '\n'
- * up to the line that ends with ']'; one that never closes is a single bad
- * line at its first line number. Each bad line (including one holding a NUL
- * byte) is skipped, and reported as LINE_SKIPPED up to
+ * up to the line that ends with ']', unless a line that starts another
+ * "[name]: [" entry comes first: then, as at the end of the text, the value
+ * never closed and is a single bad line at its first line number, and the
+ * lines after it are read as lines of their own. A UTF-8 byte-order mark at
+ * the start is ignored. Each bad line (including one holding a NUL byte) is
+ * skipped, and reported as LINE_SKIPPED up to
  * KOVANI_HOST_PROPERTY_REPORTED_LINES_MAX of them. Returns the number of
  * entries that set a property (a value spanning lines counts once) and, when
  * bad_lines is not NULL, stores the number of all bad lines there; or
