@@ -88,15 +88,43 @@ std::string dir_of(const std::string& path) {
 // ---------------------------------------------------------------------------
 // Links
 
-// Follows symbolic links from path to where they end, which need not exist.
+// The kernel's protected-symlinks rule, applied whatever the sysctl says:
+// another user's link in a sticky world-writable folder such as /tmp may
+// have been planted there to make this process write where its owner may
+// not.
+bool may_follow(const std::string& link, const struct stat& st, Failure* why) {
+  struct stat dir {};
+  if (::stat(dir_of(link).c_str(), &dir) != 0) {
+    *why = failure(errno);
+    return false;
+  }
+  constexpr mode_t kSharedDir = S_ISVTX | S_IWOTH;
+  if ((dir.st_mode & kSharedDir) == kSharedDir && st.st_uid != ::geteuid() &&
+      st.st_uid != dir.st_uid) {
+    *why = failure(EACCES, "refusing to follow the symbolic link " + link +
+                               ", which another user owns in a sticky world-writable folder");
+    return false;
+  }
+  return true;
+}
+
+// Follows symbolic links from path to the file they end at. A link to a
+// missing file is refused, since the store would create the file wherever
+// the link's owner pointed it.
 bool follow_links(const std::string& path, std::string* target, Failure* why) {
   std::string p = path;
+  std::string last_link;
   for (int hops = 0; hops < 40; ++hops) {
     struct stat st {};
-    if (::lstat(p.c_str(), &st) != 0 || !S_ISLNK(st.st_mode)) {
-      *target = p;
-      return true;  // open reports anything but a missing file
+    if (::lstat(p.c_str(), &st) != 0 && errno == ENOENT && !last_link.empty()) {
+      *why = failure(ENOENT, "refusing to create " + p + " through the symbolic link " + last_link);
+      return false;
     }
+    if (!S_ISLNK(st.st_mode)) {
+      *target = p;
+      return true;  // open reports anything else
+    }
+    if (!may_follow(p, st, why)) return false;
     std::vector<char> buf(PATH_MAX);
     const ssize_t n = ::readlink(p.c_str(), buf.data(), buf.size());
     if (n <= 0 || static_cast<std::size_t>(n) == buf.size()) {
@@ -106,6 +134,7 @@ bool follow_links(const std::string& path, std::string* target, Failure* why) {
     std::string dest(buf.data(), static_cast<std::size_t>(n));
     const std::size_t slash = p.rfind('/');
     if (dest[0] != '/' && slash != std::string::npos) dest = p.substr(0, slash + 1) + dest;
+    last_link = std::move(p);
     p = std::move(dest);
   }
   *why = failure(ELOOP);

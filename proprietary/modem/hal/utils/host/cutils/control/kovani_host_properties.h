@@ -119,29 +119,37 @@ __attribute__((visibility("default"))) void kovani_host_property_reset(void);
 /*
  * Attaches a persistence file, or detaches it when path is NULL. Its entries
  * are loaded now over the current values; lines it cannot parse are reported
- * as LINE_KEPT. A missing file counts as empty. A file that does not look
- * like a persistence file (lines the store cannot parse and no "persist."
- * entry at all), one that cannot be read, and one that is not a regular
- * file or is too large are refused untouched with an UNREADABLE report;
- * the function then returns -1 with errno set and the previously attached
- * file, if any, stays attached. Returns 0 otherwise.
+ * as LINE_KEPT. A missing file counts as empty. The file is refused
+ * untouched with an UNREADABLE report when it does not look like a
+ * persistence file (lines the store cannot parse and no "persist." entry at
+ * all), cannot be read, is not a regular file, is too large, or is reached
+ * through a symbolic link that is refused (see below); the function then
+ * returns -1 with errno set and the previously attached file, if any, stays
+ * attached. Returns 0 otherwise.
  *
  * Each later change of a "persist." property by property_set or
  * kovani_host_property_unset rewrites the file: under an exclusive flock on
  * it, the file is read again and only that name changes, so processes that
  * share the file keep each other's entries. Every other line, including
  * lines the store cannot parse, stays as it is and in place; a new name is
- * appended. The new text goes to a temporary file created exclusively
- * beside the file (named after it, "<name>.kovani-tmp.XXXXXX"), which is
- * synced and renamed over it, so a crash leaves the old or the new file,
- * never a torn one; temporaries of writers that died are removed. The file
- * keeps its mode and, where the process may set it, its owner; a new file
- * gets 0666 less the umask. A path that is a symbolic link is followed: the
- * link stays and its final target is replaced. A change the file cannot
- * take (missing folder, no permission, a file without any write permission
- * bit even for root, a full disk) leaves it unchanged and is reported as
- * UNWRITABLE; the value still changes in memory and property_set still
- * returns 0, as on the device.
+ * appended. The new text goes to a temporary file created exclusively beside
+ * the file (named after it, "<name>.kovani-tmp.XXXXXX"), which is synced and
+ * renamed over it, so a crash leaves the old or the new file, never a torn
+ * one; temporaries of writers that died are removed. The file keeps its mode
+ * and, where the process may set it, its owner; a new file gets 0666 less
+ * the umask.
+ *
+ * A path that is a symbolic link is followed: the link stays and its final
+ * target is replaced. A link is refused, whatever the system's
+ * protected_symlinks setting, when it lies in a sticky world-writable folder
+ * and belongs to neither the caller's effective user nor the folder's owner,
+ * and so is a link whose target is missing: the store never creates a file
+ * through a link. The refusal names the link.
+ *
+ * A change the file cannot take (missing folder, no permission, a file
+ * without any write permission bit even for root, a full disk, any refusal
+ * above) leaves it unchanged and is reported as UNWRITABLE; the value still
+ * changes in memory and property_set still returns 0, as on the device.
  */
 __attribute__((visibility("default"))) int kovani_host_property_set_persist_file(const char* path);
 
