@@ -191,7 +191,12 @@ Lock lock_file(const std::string& path, bool create, Locked* f, Failure* why) {
     }
     struct stat now {};
     if (::lstat(target, &now) == 0 && now.st_dev == f->st.st_dev && now.st_ino == f->st.st_ino) {
-      return Lock::kLocked;
+      f->st = now;
+      if (now.st_nlink == 1) return Lock::kLocked;
+      // Replacing one name would leave the others with the old text.
+      *why = failure(EMLINK, "has " + std::to_string(now.st_nlink) +
+                                 " hard links, which a rewrite would split");
+      return Lock::kFailed;
     }
     last = EAGAIN;
   }

@@ -122,10 +122,11 @@ __attribute__((visibility("default"))) void kovani_host_property_reset(void);
  * as LINE_KEPT. A missing file counts as empty. The file is refused
  * untouched with an UNREADABLE report when it does not look like a
  * persistence file (lines the store cannot parse and no "persist." entry at
- * all), cannot be read, is not a regular file, is too large, or is reached
- * through a symbolic link that is refused (see below); the function then
- * returns -1 with errno set and the previously attached file, if any, stays
- * attached. Returns 0 otherwise.
+ * all), cannot be read, is not a regular file, is too large, has more than
+ * one hard link (a rewrite would split them), or is reached through a
+ * symbolic link that is refused (see below); the function then returns -1
+ * with errno set and the previously attached file, if any, stays attached.
+ * Returns 0 otherwise.
  *
  * Each later change of a "persist." property by property_set or
  * kovani_host_property_unset rewrites the file: under an exclusive flock on
