@@ -5,6 +5,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -264,6 +265,49 @@ bool write_all(int fd, std::string_view data) {
   return true;
 }
 
+// What get(buffer, size) fills, sized first by get(nullptr, 0).
+template <typename Get>
+bool read_sized(Get get, std::string* out) {
+  for (;;) {
+    const ssize_t size = get(nullptr, 0);
+    if (size < 0) return false;
+    out->resize(static_cast<std::size_t>(size));
+    const ssize_t n = get(&(*out)[0], out->size());
+    if (n >= 0) {
+      out->resize(static_cast<std::size_t>(n));
+      return true;
+    }
+    if (errno != ERANGE) return false;  // it grew between the calls
+  }
+}
+
+// The file's extended attributes, POSIX ACLs among them. A file that would
+// lose one is not replaced: without its ACL, the mask that the mode's group
+// bits show would become the group's own permission.
+bool copy_attributes(int from, int to, Failure* why) {
+  std::string names;
+  const auto list = [from](char* buf, std::size_t size) { return ::flistxattr(from, buf, size); };
+  if (!read_sized(list, &names)) {
+    if (errno == ENOTSUP) return true;  // a file system without them
+    *why = failure(errno);
+    return false;
+  }
+  std::string value;
+  for (std::size_t at = 0; at < names.size(); at += std::strlen(&names[at]) + 1) {
+    const char* name = &names[at];
+    const auto get = [from, name](char* buf, std::size_t size) {
+      return ::fgetxattr(from, name, buf, size);
+    };
+    if (!read_sized(get, &value) || ::fsetxattr(to, name, value.data(), value.size(), 0) != 0) {
+      const int err = errno;
+      *why = failure(
+          err, std::string("cannot keep extended attribute ") + name + ": " + std::strerror(err));
+      return false;
+    }
+  }
+  return true;
+}
+
 // Temporary file, fsync and rename: a crash leaves the old or new file.
 bool replace_file(Locked* f, const std::string& data, Failure* why) {
   std::string tmp = dir_of(f->target) + '/' + temp_prefix(f->target) + "XXXXXX";
@@ -282,10 +326,12 @@ bool replace_file(Locked* f, const std::string& data, Failure* why) {
   // Locked before it takes the file's place, so that a writer waiting on the
   // old file queues on this one while the folder is synced, rather than
   // racing this process's next change for it, which it would mostly lose.
-  ok = ok && ::fchmod(fd.get(), f->st.st_mode & 07777) == 0 && ::fsync(fd.get()) == 0 &&
+  Failure attributes;
+  ok = ok && ::fchmod(fd.get(), f->st.st_mode & 07777) == 0 &&
+       copy_attributes(f->fd.get(), fd.get(), &attributes) && ::fsync(fd.get()) == 0 &&
        ::flock(fd.get(), LOCK_EX | LOCK_NB) == 0 && ::rename(tmp.c_str(), f->target.c_str()) == 0;
   if (!ok) {
-    *why = failure(errno);
+    *why = attributes.err != 0 ? attributes : failure(errno);
     ::unlink(tmp.c_str());
     return false;
   }

@@ -136,9 +136,9 @@ __attribute__((visibility("default"))) void kovani_host_property_reset(void);
  * appended. The new text goes to a temporary file created exclusively beside
  * the file (named after it, "<name>.kovani-tmp.XXXXXX"), which is synced and
  * renamed over it, so a crash leaves the old or the new file, never a torn
- * one; temporaries of writers that died are removed. The file keeps its mode
- * and, where the process may set it, its owner; a new file gets 0666 less
- * the umask.
+ * one; temporaries of writers that died are removed. The file keeps its
+ * mode, its extended attributes (POSIX ACLs among them) and, where the
+ * process may set it, its owner; a new file gets 0666 less the umask.
  *
  * A path that is a symbolic link is followed: the link stays and its final
  * target is replaced. A link is refused, whatever the system's
@@ -148,9 +148,10 @@ __attribute__((visibility("default"))) void kovani_host_property_reset(void);
  * through a link. The refusal names the link.
  *
  * A change the file cannot take (missing folder, no permission, a file
- * without any write permission bit even for root, a full disk, any refusal
- * above) leaves it unchanged and is reported as UNWRITABLE; the value still
- * changes in memory and property_set still returns 0, as on the device.
+ * without any write permission bit even for root, an extended attribute that
+ * cannot be kept, a full disk, any refusal above) leaves it unchanged and is
+ * reported as UNWRITABLE; the value still changes in memory and property_set
+ * still returns 0, as on the device.
  */
 __attribute__((visibility("default"))) int kovani_host_property_set_persist_file(const char* path);
 
