@@ -11,6 +11,9 @@
 #include <cerrno>
 #include <climits>
 #include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
 #include <utility>
@@ -208,29 +211,97 @@ Lock lock_file(const std::string& path, bool create, Locked* f, Failure* why) {
 // ---------------------------------------------------------------------------
 // Temporaries
 
-// Kept short enough that the temporary's name fits NAME_MAX.
-std::string temp_prefix(const std::string& path) {
-  return path.substr(path.rfind('/') + 1).substr(0, 200) + kTempInfix;
+// When process pid started, in clock ticks since boot, which tells it from
+// a later process under the same pid; 0 when /proc cannot tell.
+unsigned long long start_time(pid_t pid) {
+  std::string stat;
+  Failure ignored;
+  if (!read_file(("/proc/" + std::to_string(pid) + "/stat").c_str(), &stat, &ignored)) return 0;
+  // Blanks are counted from the name's end, since the name may hold them;
+  // the one after it opens field 3 and the start time is field 22.
+  const std::size_t name_end = stat.rfind(')');
+  if (name_end == std::string::npos) return 0;
+  const char* blank = stat.c_str() + name_end;
+  for (int field = 3; field <= 22 && blank != nullptr; ++field) blank = std::strchr(blank + 1, ' ');
+  return blank == nullptr ? 0 : std::strtoull(blank + 1, nullptr, 10);
 }
 
-// Only a writer holding the lock has a temporary, so under the lock every
-// one left is a dead writer's.
+// Known only from the name: a cut name would match the temporaries of every
+// longer name that shares its start.
+std::uint64_t name_hash(std::string_view name) {
+  std::uint64_t hash = 0xcbf29ce484222325u;  // FNV-1a
+  for (unsigned char c : name) hash = (hash ^ c) * 0x100000001b3u;
+  return hash;
+}
+
+// "<name>.kovani-tmp.<hash of name>.", the name cut to leave room for the
+// writer's pid and start time and the random part within NAME_MAX.
+std::string temp_prefix(const std::string& target) {
+  const std::string name = target.substr(target.rfind('/') + 1);
+  char hash[17];
+  (void)std::snprintf(hash, sizeof hash, "%016llx",
+                      static_cast<unsigned long long>(name_hash(name)));
+  return name.substr(0, 128) + kTempInfix + hash + '.';
+}
+
+// The process that made a temporary.
+struct Writer {
+  pid_t pid;
+  unsigned long long start;
+};
+
+// The writer that a temporary of the file with that prefix names, if name
+// is one: "<prefix><pid>.<start time>.XXXXXX".
+bool parse_temp_name(std::string_view name, std::string_view prefix, Writer* writer) {
+  if (name.substr(0, prefix.size()) != prefix) return false;
+  const std::string rest(name.substr(prefix.size()));
+  char* end = nullptr;
+  const unsigned long pid = std::strtoul(rest.c_str(), &end, 10);
+  if (end == rest.c_str() || *end != '.' || pid == 0 || pid > INT_MAX) return false;
+  const char* start = end + 1;
+  *writer = Writer{static_cast<pid_t>(pid), std::strtoull(start, &end, 10)};
+  return end != start && *end == '.' && std::strlen(end + 1) == 6;
+}
+
+std::string temp_template(const std::string& target) {
+  const pid_t self = ::getpid();
+  return dir_of(target) + '/' + temp_prefix(target) + std::to_string(self) + '.' +
+         std::to_string(start_time(self)) + ".XXXXXX";
+}
+
+bool is_gone(const Writer& writer) {
+  if (start_time(::getpid()) == 0) return false;  // no /proc to ask
+  return start_time(writer.pid) != writer.start;
+}
+
+// Only a temporary whose writer died with it: a regular file of this user's,
+// unlocked (writers lock theirs from the start), made by a process that no
+// longer runs. Anything else under such a name is left alone.
+void remove_if_stale(int dir, const std::string& name, const Writer& writer) {
+  const Fd fd(
+      ::openat(dir, name.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW | O_CLOEXEC));
+  struct stat st {};
+  if (fd.get() < 0 || ::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) ||
+      st.st_uid != ::geteuid() || ::flock(fd.get(), LOCK_EX | LOCK_NB) != 0 || !is_gone(writer)) {
+    return;
+  }
+  struct stat now {};
+  if (::fstatat(dir, name.c_str(), &now, AT_SYMLINK_NOFOLLOW) == 0 && now.st_dev == st.st_dev &&
+      now.st_ino == st.st_ino) {
+    (void)::unlinkat(dir, name.c_str(), 0);
+  }
+}
+
 void remove_stale_temporaries(const std::string& target) {
   const std::string prefix = temp_prefix(target);
   DIR* dir = ::opendir(dir_of(target).c_str());
   if (dir == nullptr) return;
-  std::vector<std::string> stale;
+  std::vector<std::pair<std::string, Writer>> found;
+  Writer writer{};
   while (const dirent* e = ::readdir(dir)) {
-    const std::string_view name(e->d_name);
-    if (name.size() != prefix.size() + 6 || name.substr(0, prefix.size()) != prefix) continue;
-    bool random = true;
-    for (char c : name.substr(prefix.size())) {
-      random =
-          random && ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'));
-    }
-    if (random) stale.emplace_back(name);
+    if (parse_temp_name(e->d_name, prefix, &writer)) found.emplace_back(e->d_name, writer);
   }
-  for (const std::string& name : stale) (void)::unlinkat(::dirfd(dir), name.c_str(), 0);
+  for (const auto& [name, made_by] : found) remove_if_stale(::dirfd(dir), name, made_by);
   ::closedir(dir);
 }
 
@@ -310,26 +381,29 @@ bool copy_attributes(int from, int to, Failure* why) {
 
 // Temporary file, fsync and rename: a crash leaves the old or new file.
 bool replace_file(Locked* f, const std::string& data, Failure* why) {
-  std::string tmp = dir_of(f->target) + '/' + temp_prefix(f->target) + "XXXXXX";
+  std::string tmp = temp_template(f->target);
   // O_CREAT|O_EXCL: never opens what an attacker planted under that name.
   const Fd fd(::mkostemp(&tmp[0], O_CLOEXEC));
   if (fd.get() < 0) {
     *why = failure(errno);
     return false;
   }
+  // Locked from the start, so that a live writer's temporary is never taken
+  // for a dead one's. The lock goes with it when it takes the file's place,
+  // so that a writer waiting on the old file queues on this one while the
+  // folder is synced, rather than racing this process's next change for it,
+  // which it would mostly lose.
   struct stat st {};
-  bool ok = write_all(fd.get(), data) && ::fstat(fd.get(), &st) == 0;
+  bool ok = ::flock(fd.get(), LOCK_EX | LOCK_NB) == 0 && write_all(fd.get(), data) &&
+            ::fstat(fd.get(), &st) == 0;
   if (ok && (st.st_uid != f->st.st_uid || st.st_gid != f->st.st_gid) &&
       ::fchown(fd.get(), f->st.st_uid, f->st.st_gid) != 0) {
     (void)::fchown(fd.get(), static_cast<uid_t>(-1), f->st.st_gid);  // at least the group
   }
-  // Locked before it takes the file's place, so that a writer waiting on the
-  // old file queues on this one while the folder is synced, rather than
-  // racing this process's next change for it, which it would mostly lose.
   Failure attributes;
   ok = ok && ::fchmod(fd.get(), f->st.st_mode & 07777) == 0 &&
        copy_attributes(f->fd.get(), fd.get(), &attributes) && ::fsync(fd.get()) == 0 &&
-       ::flock(fd.get(), LOCK_EX | LOCK_NB) == 0 && ::rename(tmp.c_str(), f->target.c_str()) == 0;
+       ::rename(tmp.c_str(), f->target.c_str()) == 0;
   if (!ok) {
     *why = attributes.err != 0 ? attributes : failure(errno);
     ::unlink(tmp.c_str());

@@ -133,12 +133,15 @@ __attribute__((visibility("default"))) void kovani_host_property_reset(void);
  * it, the file is read again and only that name changes, so processes that
  * share the file keep each other's entries. Every other line, including
  * lines the store cannot parse, stays as it is and in place; a new name is
- * appended. The new text goes to a temporary file created exclusively beside
- * the file (named after it, "<name>.kovani-tmp.XXXXXX"), which is synced and
- * renamed over it, so a crash leaves the old or the new file, never a torn
- * one; temporaries of writers that died are removed. The file keeps its
- * mode, its extended attributes (POSIX ACLs among them) and, where the
- * process may set it, its owner; a new file gets 0666 less the umask.
+ * appended. The new text goes to a temporary file created exclusively and
+ * locked beside the file (named after it, "<name>.kovani-tmp.<hash of the
+ * name>.<pid>.<start time>.XXXXXX", the name cut to 128 bytes), which is
+ * synced and renamed over it, so a crash leaves the old or the new file,
+ * never a torn one. A temporary left by a writer that died is removed: one
+ * of this file's, unlocked, a regular file of the caller's, whose writer no
+ * longer runs; nothing else is. The file keeps its mode, its extended
+ * attributes (POSIX ACLs among them) and, where the process may set it, its
+ * owner; a new file gets 0666 less the umask.
  *
  * A path that is a symbolic link is followed: the link stays and its final
  * target is replaced. A link is refused, whatever the system's
