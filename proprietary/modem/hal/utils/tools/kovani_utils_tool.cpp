@@ -112,6 +112,8 @@ void OnReport(int kind, const char* file, unsigned long line, const char* reason
     g_reports.unreadable = reason;
   } else if (kind == KOVANI_HOST_PROPERTY_UNWRITABLE) {
     if (g_reports.unwritable.empty()) g_reports.unwritable = reason;
+  } else if (kind == KOVANI_HOST_PROPERTY_WAITING) {
+    fprintf(stderr, "kovani-utils: %s: %s\n", file, reason);
   } else {
     if (++g_reports.warnings <= kShownWarnings) {
       fprintf(stderr, "%s:%lu: %s, line %s\n", file, line, reason,

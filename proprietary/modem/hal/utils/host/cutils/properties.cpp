@@ -125,6 +125,18 @@ struct Store {
     unsigned long bad_ = 0;
   };
 
+  // A wait for the persistence file's lock is told at once, not after the
+  // call: the caller is blocked meanwhile.
+  struct LockWaiter {
+    const Reporter& reporter;
+    const std::string& path;
+
+    static void tell(const std::string& reason, void* cookie) {
+      const auto* waiter = static_cast<const LockWaiter*>(cookie);
+      waiter->reporter.tell(KOVANI_HOST_PROPERTY_WAITING, waiter->path.c_str(), 0, reason.c_str());
+    }
+  };
+
   // Returns the entries that set a property.
   int load_text_locked(const std::string& source, std::string_view text, unsigned long* bad_lines) {
     Loader loader(this, source, KOVANI_HOST_PROPERTY_LINE_SKIPPED);
@@ -148,7 +160,9 @@ struct Store {
   int attach_locked(const std::string& path) {
     std::string text;
     Failure why = failure(ENOENT);
-    if (path.empty() || !kovani_host::read_persist_file(path, &text, &why)) {
+    LockWaiter waiter{reporter, path};
+    if (path.empty() ||
+        !kovani_host::read_persist_file(path, {LockWaiter::tell, &waiter}, &text, &why)) {
       return fail(KOVANI_HOST_PROPERTY_UNREADABLE, path, why);
     }
     Loader loader(this, path, KOVANI_HOST_PROPERTY_LINE_KEPT);
@@ -161,8 +175,12 @@ struct Store {
   void persist_locked(const std::string& name, const std::string* value) {
     if (persist_path.empty()) return;
     Failure why;
+    LockWaiter waiter{reporter, persist_path};
     try {
-      if (kovani_host::rewrite_persist_file(persist_path, name, value, &why)) return;
+      if (kovani_host::rewrite_persist_file(persist_path, name, value, {LockWaiter::tell, &waiter},
+                                            &why)) {
+        return;
+      }
     } catch (...) {
       why = failure(ENOMEM);
     }

@@ -8,14 +8,21 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <climits>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <mutex>
 #include <string_view>
+#include <system_error>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -31,6 +38,9 @@ constexpr char kNotPersistFile[] = "does not look like a persistence file";
 constexpr char kTempInfix[] = ".kovani-tmp.";
 constexpr std::size_t kFileMax = KOVANI_HOST_PROPERTY_FILE_MAX;
 static_assert(kFileMax == 64u * 1024u * 1024u, "kTooLarge names the limit");
+constexpr std::chrono::seconds kLockTimeout(10);
+constexpr std::chrono::seconds kLockTimeoutMax(1000000000);  // far, but within a steady_clock
+constexpr std::chrono::seconds kLockNoticeAfter(1);
 
 class Fd {
  public:
@@ -148,6 +158,112 @@ bool follow_links(const std::string& path, std::string* target, Failure* why) {
 // ---------------------------------------------------------------------------
 // Locking
 
+// Whole seconds from the environment, if it holds a number of them.
+std::chrono::seconds lock_timeout() {
+  const char* text = std::getenv(KOVANI_HOST_PROPERTY_LOCK_TIMEOUT_ENV);
+  if (text == nullptr || *text < '0' || *text > '9') return kLockTimeout;
+  char* end = nullptr;
+  const unsigned long long seconds = std::strtoull(text, &end, 10);
+  if (*end != '\0') return kLockTimeout;
+  return std::chrono::seconds(std::min<unsigned long long>(seconds, kLockTimeoutMax.count()));
+}
+
+// One blocking flock() on a helper thread, which its caller may stop
+// waiting for.
+struct BlockingFlock {
+  std::mutex mu;
+  std::condition_variable cv;
+  bool done = false;
+  int err = 0;
+};
+
+std::shared_ptr<BlockingFlock> start_blocking_flock(int fd, Failure* why) {
+  auto call = std::make_shared<BlockingFlock>();
+  // The helper's own descriptor of the same open file, which the lock
+  // belongs to: if the caller has given up and closed its own by the time
+  // the lock comes, closing this one drops it again.
+  const int own = ::fcntl(fd, F_DUPFD_CLOEXEC, 0);
+  if (own < 0) {
+    *why = failure(errno);
+    return nullptr;
+  }
+  try {
+    std::thread([call, own] {
+      int rc;
+      while ((rc = ::flock(own, LOCK_EX)) != 0 && errno == EINTR) {
+      }
+      const int err = rc == 0 ? 0 : errno;
+      ::close(own);
+      const std::lock_guard<std::mutex> lock(call->mu);
+      call->done = true;
+      call->err = err;
+      call->cv.notify_all();
+    }).detach();
+  } catch (const std::system_error& e) {
+    ::close(own);
+    *why = failure(e.code().value());
+    return nullptr;
+  }
+  return call;
+}
+
+// A bounded wait for the persistence file's lock. flock() cannot time out
+// without a signal, which a library may not take over; and polling it would
+// let a process that changes the file in a loop take the lock back, again
+// and again, before any poller looks. So a busy lock is waited for by a
+// blocking call on a helper thread, which the kernel wakes as soon as the
+// lock comes free, and the caller waits for that up to the time limit.
+class LockWait {
+ public:
+  explicit LockWait(const LockWaitNotice& notice)
+      : notice_(notice), limit_(lock_timeout()), start_(Clock::now()) {}
+
+  bool lock(int fd, Failure* why) {
+    int rc;
+    while ((rc = ::flock(fd, LOCK_EX | LOCK_NB)) != 0 && errno == EINTR) {
+    }
+    if (rc == 0) return true;
+    if (errno != EWOULDBLOCK) {
+      *why = failure(errno);
+      return false;
+    }
+    const std::shared_ptr<BlockingFlock> call = start_blocking_flock(fd, why);
+    if (call == nullptr) return false;
+    std::unique_lock<std::mutex> lock(call->mu);
+    const auto done = [&call] { return call->done; };
+    const Clock::time_point deadline = start_ + limit_;
+    bool locked = call->cv.wait_until(lock, std::min(start_ + kLockNoticeAfter, deadline), done);
+    if (!locked && Clock::now() < deadline) {
+      if (!noticed_) {
+        noticed_ = true;
+        lock.unlock();  // the notice may take its time
+        notice_.fn("locked by another process; waiting up to " + seconds() + " s", notice_.cookie);
+        lock.lock();
+      }
+      locked = call->cv.wait_until(lock, deadline, done);
+    }
+    if (!locked) {
+      *why = failure(EWOULDBLOCK, "still locked by another process after " + seconds() + " s");
+      return false;
+    }
+    if (call->err != 0) {
+      *why = failure(call->err);
+      return false;
+    }
+    return true;
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  std::string seconds() const { return std::to_string(limit_.count()); }
+
+  const LockWaitNotice& notice_;
+  const std::chrono::seconds limit_;
+  const Clock::time_point start_;
+  bool noticed_ = false;
+};
+
 // The persistence file, flock()ed, by the path it really has.
 struct Locked {
   Fd fd;
@@ -160,7 +276,9 @@ enum class Lock { kLocked, kMissing, kFailed };
 
 // Writers replace the file by rename, so the lock may land on a file the
 // path no longer names; then it is taken again on the one it names now.
-Lock lock_file(const std::string& path, bool create, Locked* f, Failure* why) {
+Lock lock_file(const std::string& path, bool create, const LockWaitNotice& notice, Locked* f,
+               Failure* why) {
+  LockWait wait(notice);
   int last = EAGAIN;
   for (int attempt = 0; attempt < 1000; ++attempt) {
     if (!follow_links(path, &f->target, why)) return Lock::kFailed;
@@ -186,13 +304,7 @@ Lock lock_file(const std::string& path, bool create, Locked* f, Failure* why) {
       *why = failure(EINVAL, kNotRegular);
       return Lock::kFailed;
     }
-    int rc;
-    while ((rc = ::flock(f->fd.get(), LOCK_EX)) != 0 && errno == EINTR) {
-    }
-    if (rc != 0) {
-      *why = failure(errno);
-      return Lock::kFailed;
-    }
+    if (!wait.lock(f->fd.get(), why)) return Lock::kFailed;
     struct stat now {};
     if (::lstat(target, &now) == 0 && now.st_dev == f->st.st_dev && now.st_ino == f->st.st_ino) {
       f->st = now;
@@ -455,10 +567,11 @@ bool read_file(const char* path, std::string* out, Failure* why) {
   return read_regular(fd.get(), out, why);
 }
 
-bool read_persist_file(const std::string& path, std::string* text, Failure* why) {
+bool read_persist_file(const std::string& path, const LockWaitNotice& notice, std::string* text,
+                       Failure* why) {
   text->clear();
   Locked f;
-  switch (lock_file(path, false, &f, why)) {
+  switch (lock_file(path, false, notice, &f, why)) {
     case Lock::kFailed:
       return false;
     case Lock::kMissing:
@@ -476,9 +589,9 @@ bool read_persist_file(const std::string& path, std::string* text, Failure* why)
 }
 
 bool rewrite_persist_file(const std::string& path, const std::string& name,
-                          const std::string* value, Failure* why) {
+                          const std::string* value, const LockWaitNotice& notice, Failure* why) {
   Locked f;
-  if (lock_file(path, true, &f, why) != Lock::kLocked) return false;
+  if (lock_file(path, true, notice, &f, why) != Lock::kLocked) return false;
   bool replaced = false;
   const bool ok = rewrite_locked(&f, name, value, &replaced, why);
   // Still locked: waiters see the path gone and look again.

@@ -23,14 +23,22 @@ Failure too_large();
 // without ever blocking on it.
 bool read_file(const char* path, std::string* out, Failure* why);
 
+// Told once when the persistence file's lock has been held by someone else
+// for a while; reason says how long the store will still wait.
+struct LockWaitNotice {
+  void (*fn)(const std::string& reason, void* cookie);
+  void* cookie;
+};
+
 // Reads the persistence file at path under its lock, after removing what
 // dead writers left of it. A missing file reads as empty.
-bool read_persist_file(const std::string& path, std::string* text, Failure* why);
+bool read_persist_file(const std::string& path, const LockWaitNotice& notice, std::string* text,
+                       Failure* why);
 
 // Applies one change to the persistence file as it is on disk now: name set
 // to *value, or removed when value is null.
 bool rewrite_persist_file(const std::string& path, const std::string& name,
-                          const std::string* value, Failure* why);
+                          const std::string* value, const LockWaitNotice& notice, Failure* why);
 
 }  // namespace kovani_host
 

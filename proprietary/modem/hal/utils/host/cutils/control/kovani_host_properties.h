@@ -28,6 +28,14 @@
  */
 #define KOVANI_HOST_PROPERTY_REPORTED_LINES_MAX 100
 
+/*
+ * Whole seconds that anything waits for another process's lock on the
+ * persistence file, 10 unless the environment variable
+ * KOVANI_PROPERTY_LOCK_TIMEOUT holds a number of seconds (0: no wait). It is
+ * read at each wait.
+ */
+#define KOVANI_HOST_PROPERTY_LOCK_TIMEOUT_ENV "KOVANI_PROPERTY_LOCK_TIMEOUT"
+
 /* The kinds of report the store makes. */
 enum {
   /* A profile line that could not be parsed; skipped. */
@@ -38,6 +46,11 @@ enum {
   KOVANI_HOST_PROPERTY_UNREADABLE = 3,
   /* A change the persistence file could not take; the file is unchanged. */
   KOVANI_HOST_PROPERTY_UNWRITABLE = 4,
+  /*
+   * The persistence file has been locked by another process for a second;
+   * the store waits on, up to the time limit. Made at most once per wait.
+   */
+  KOVANI_HOST_PROPERTY_WAITING = 5,
 };
 
 /*
@@ -58,10 +71,12 @@ extern "C" {
  * the default, which writes one line each on stderr:
  *   "<file>:<line>: <reason>, line skipped"
  *   "<file>:<line>: <reason>, line kept as it is"
- *   "<file>: <reason>"                 (unreadable or refused)
+ *   "<file>: <reason>"                 (unreadable, refused or waiting)
  *   "<file>: cannot write: <reason>"
- * fn is called after the store is unlocked, on the thread whose call made
- * the report, so it may use the property functions. Setting a reporter does
+ * fn is called on the thread whose call made the report, after the store
+ * is unlocked, so it may use the property functions; except WAITING, which
+ * comes at once while the store stays locked, so fn must not call any
+ * property function for it (that would deadlock). Setting a reporter does
  * not load the environment's files, so it can be set before they are read.
  * kovani_host_property_reset leaves it in place.
  */
@@ -123,10 +138,10 @@ __attribute__((visibility("default"))) void kovani_host_property_reset(void);
  * untouched with an UNREADABLE report when it does not look like a
  * persistence file (lines the store cannot parse and no "persist." entry at
  * all), cannot be read, is not a regular file, is too large, has more than
- * one hard link (a rewrite would split them), or is reached through a
- * symbolic link that is refused (see below); the function then returns -1
- * with errno set and the previously attached file, if any, stays attached.
- * Returns 0 otherwise.
+ * one hard link (a rewrite would split them), stays locked by another
+ * process beyond the time limit, or is reached through a symbolic link that
+ * is refused (see below); the function then returns -1 with errno set and
+ * the previously attached file, if any, stays attached. Returns 0 otherwise.
  *
  * Each later change of a "persist." property by property_set or
  * kovani_host_property_unset rewrites the file: under an exclusive flock on
@@ -149,6 +164,11 @@ __attribute__((visibility("default"))) void kovani_host_property_reset(void);
  * and belongs to neither the caller's effective user nor the folder's owner,
  * and so is a link whose target is missing: the store never creates a file
  * through a link. The refusal names the link.
+ *
+ * Whenever another process holds the file's lock, the store waits for it at
+ * most the time limit (see KOVANI_HOST_PROPERTY_LOCK_TIMEOUT_ENV), with a
+ * WAITING report after a second; then the attach or the change fails, naming
+ * the file.
  *
  * A change the file cannot take (missing folder, no permission, a file
  * without any write permission bit even for root, an extended attribute that
