@@ -18,7 +18,6 @@
 
 #include "kovani_host_properties.h"
 #include "kovani_utils.h"
-#include "syslog_sink.h"
 
 namespace {
 
@@ -34,8 +33,12 @@ std::atomic<long> g_torn{0}, g_wrong_region{0}, g_wrong_answer{0}, g_early{0};
 // itself, and a mixture of these two is one of them.
 char g_names[3][16] = {"", "kovani-stress-a", "kovani-stress-b"};  // [0]: as started
 
-// A framed line at instance 255 starts with "[<process name>][".
-__attribute__((format(printf, 2, 0))) void OnLine(int, const char* format, va_list args) {
+}  // namespace
+
+// The library's system log: a framed line at instance 255 starts with
+// "[<process name>][".
+extern "C" __attribute__((format(printf, 2, 0))) void vsyslog(int, const char* format,
+                                                              va_list args) {
   char text[512];
   vsnprintf(text, sizeof(text), format, args);
   const char* end = strstr(text, "][");
@@ -43,6 +46,15 @@ __attribute__((format(printf, 2, 0))) void OnLine(int, const char* format, va_li
   const std::string name(text + 1, static_cast<size_t>(end - text - 1));
   g_torn += name != g_names[0] && name != g_names[1] && name != g_names[2];
 }
+
+// What glibc's fortified builds call instead.
+extern "C" __attribute__((format(printf, 3, 0))) void __vsyslog_chk(int priority, int,
+                                                                    const char* format,
+                                                                    va_list args) {
+  vsyslog(priority, format, args);
+}
+
+namespace {
 
 struct Timer {
   Clock::time_point start = Clock::now();
@@ -108,7 +120,6 @@ int main(int argc, char** argv) {
   // The region's shared buffer is rewritten, unlocked, whenever its value
   // changes, as the library documents; filled once here, it keeps its value.
   kovani_vendor_build_region_get();
-  kovani_test::SetSyslogHandler(OnLine);
   std::thread([] {}).join();  // a sanitizer may start threads of its own with the first
   const long idle = Tasks();
   std::deque<Timer> timers[12];

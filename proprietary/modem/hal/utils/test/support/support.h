@@ -1,58 +1,105 @@
-// The tests' shared support: child programs, and the catalogue of call
-// sequences (data/catalogue.txt, whose head describes their language).
+// The tests' shared support. child.cpp, for every test program: child
+// programs, fresh processes, files. capture.cpp, for the library's tests
+// only: the library's two sinks, its platform's faults and the golden
+// transcripts; it interposes vsyslog, printf, fopen, opendir, calloc, free,
+// write and pthread_create in the program that links it.
 #ifndef KOVANI_TEST_SUPPORT_H
 #define KOVANI_TEST_SUPPORT_H
 
-#include <stdio.h>
 #include <sys/types.h>
 
+#include <chrono>
+#include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
 namespace kovani_test {
 
-// Child programs: a fresh copy of the test binary, the tool, the host
-// store's helper, all of this build. Where CTest runs the tests through an
-// emulator (qemu for the cross build, valgrind), the build names it and the
-// children start through it too, so nothing needs a system-wide registration.
 struct ChildRun {
-  int status = -1;  // exit code, or 128 + the signal that ended it
+  int status;  // exit code, or 128 + the signal that ended it
   std::string out, err;
 };
 
-struct ChildOptions {
-  std::vector<std::string> env;  // "NAME=VALUE" sets a variable, a bare "NAME" removes it
-  std::string input;             // standard input
-  std::string out, err;          // "" captured, "-" closed, or a path to write
+// Runs a shell command with `input` on its standard input. Programs of this
+// build go in as Program(path): through the emulator the tests run under
+// (qemu for the cross build, valgrind), so nothing needs a system-wide
+// registration.
+ChildRun Shell(const std::string& command, const std::string& input = "");
+std::string Program(const std::string& path);
+
+// For state the library keeps once per process: runs the current test again,
+// alone, in a new copy of this program and returns true with its outcome
+// checked; in that copy returns false, so the test body runs there.
+bool RerunFresh();
+#define KOVANI_FRESH_PROCESS() \
+  if (::kovani_test::RerunFresh()) return
+
+struct TempDir {
+  TempDir();
+  ~TempDir();
+  std::string operator/(const std::string& name) const { return path + name; }
+  void Write(const std::string& name, const std::string& text) const;
+  std::string path;  // ends with '/'
 };
 
-// A child running while its parent goes on.
-struct Child {
-  explicit Child(const std::vector<std::string>& argv, const ChildOptions& options = {});
-  ~Child();
-  Child(const Child&) = delete;
-  Child& operator=(const Child&) = delete;
-  ChildRun Wait();  // with both outputs
+std::string ReadFile(const std::string& path);
+bool WaitFor(const std::function<bool()>& done);  // polls for up to 15 s
 
-  pid_t pid = -1;
-  FILE* out = nullptr;
-  FILE* err = nullptr;
+// 300 bytes: text and its NUL, then '#', so that a byte written past the
+// terminator shows; for a null text none, and Data() is null.
+struct Buffer {
+  explicit Buffer(const char* text);
+  char* Data() { return bytes.empty() ? nullptr : bytes.data(); }
+  std::string Head(size_t n) const { return std::string(bytes.data(), n); }
+  std::vector<char> bytes;
 };
 
-inline ChildRun RunChild(const std::vector<std::string>& argv, const ChildOptions& options = {}) {
-  return Child(argv, options).Wait();
-}
+// ---- capture.cpp ----
 
-struct Sequence {
-  std::string name;                // "Suite/case"
-  std::vector<std::string> flags;  // "fresh", "as-loaded"
-  std::vector<std::string> steps;  // calls, actions, checks and expected lines
+struct LogLine {
+  int priority;  // 3 or 7: system log; 0: console
+  pid_t thread;
+  std::string text, function, body;  // function "-": a line without the frame
 };
 
-const std::vector<Sequence>& Catalogue();
-std::vector<std::string> CatalogueSuites();
-// Runs every sequence of the suite, the fresh ones each in a new process.
-void RunCatalogueSuite(const std::string& suite);
+// Records both sinks while it lives; one at a time.
+class Capture {
+ public:
+  Capture();
+  ~Capture();
+  std::vector<LogLine> Lines() const;
+  pid_t thread() const { return thread_; }
+
+ private:
+  pid_t thread_;
+};
+
+// Matches what capture recorded against "concern/section" of
+// test/golden/concern.golden (syntax in capture.cpp). A mismatch names the
+// golden file and line. vars gives the [[NAME]] values.
+using Vars = std::map<std::string, std::string>;
+void ExpectLog(const Capture& capture, const std::string& where, const Vars& vars = {});
+
+struct GoldenLine {
+  char level;  // 'E' or 'D'
+  std::string function, body;
+};
+std::vector<GoldenLine> AllGoldenLines();
+
+// "name=value;..." into the host property store; false where there is
+// none to seed, on a phone, whose tests then skip.
+bool Seed(const std::string& assignments);
+// The answers as '1' and '0', in order.
+std::string Results(std::initializer_list<bool> answers);
+
+void FakeProc(const std::string& root);          // stands for /proc; "" the real one
+void FailNextTimerRecord();                      // its calloc returns null
+void FailThreadStarts(bool fail);                // pthread_create returns EAGAIN
+void HoldThreadStarts(bool hold);                // new threads wait until released
+void LimitFileWrites(std::vector<long> limits);  // each next write's bytes; < 0 fails
+void WatchFree(const void* pointer);             // then Freed() tells
+bool Freed();
 
 }  // namespace kovani_test
 
