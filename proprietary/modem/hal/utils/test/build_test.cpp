@@ -92,16 +92,16 @@ class BuildTypes : public ::testing::TestWithParam<BuildType> {};
 // Classified again on each call, from texts read once.
 TEST_P(BuildTypes, classified_in_order) {
   KOVANI_FRESH_PROCESS();
-  const BuildType& spec = GetParam();
-  Seed(spec.props);
+  const BuildType& row = GetParam();
+  Seed(row.props);
   Capture capture;
   const uint8_t any[] = {0}, stable_or_dev[] = {4, 6};
-  EXPECT_EQ(spec.type, kovani_build_type_get());
+  EXPECT_EQ(row.type, kovani_build_type_get());
   EXPECT_TRUE(kovani_build_type_list_contain(any, 1));
-  EXPECT_EQ(spec.type == 4 || spec.type == 6, kovani_build_type_list_contain(stable_or_dev, 2));
+  EXPECT_EQ(row.type == 4 || row.type == 6, kovani_build_type_list_contain(stable_or_dev, 2));
   Seed("ro.cust.test=cu;ro.vendor.radio.build_profile=x-native;ro.build.version.incremental=V1");
-  EXPECT_EQ(spec.type == 3 ? 3 : spec.type, kovani_build_type_get());
-  ExpectLog(capture, std::string("build/") + spec.name);
+  EXPECT_EQ(row.type == 3 ? 3 : row.type, kovani_build_type_get());
+  ExpectLog(capture, std::string("build/") + row.name);
 }
 
 INSTANTIATE_TEST_SUITE_P(Profiles, BuildTypes, ::testing::ValuesIn(kBuildTypes),

@@ -65,11 +65,11 @@ std::set<Site> LogSites() {
 // A printf format as a regex over what it formats.
 std::regex FormatPattern(const std::string& format) {
   std::string pattern = std::regex_replace(format, std::regex(R"([.^$|()\[\]{}*+?\\])"), R"(\$&)");
-  for (const auto& [spec, regex] : {std::pair{"%l?d", "-?[0-9]+"},
-                                    {"%l?u", "[0-9]+"},
-                                    {"%[sp]", "[\\s\\S]*"},
-                                    {"%c", "[\\s\\S]"}}) {
-    pattern = std::regex_replace(pattern, std::regex(spec), regex);
+  for (const auto& [row, regex] : {std::pair{"%l?d", "-?[0-9]+"},
+                                   {"%l?u", "[0-9]+"},
+                                   {"%[sp]", "[\\s\\S]*"},
+                                   {"%c", "[\\s\\S]"}}) {
+    pattern = std::regex_replace(pattern, std::regex(row), regex);
   }
   return std::regex(pattern);
 }

@@ -25,7 +25,7 @@ TEST(FileCopy, copies) {
     std::vector<long> writes;
     int result;
     std::string copied;
-  } specs[] = {
+  } rows[] = {
       {"empty", "", nullptr, {}, 0, ""},
       {"empty_over", "", "keep", {}, 0, "keep"},
       {"one_chunk", chunk, nullptr, {}, 0, chunk},
@@ -37,15 +37,15 @@ TEST(FileCopy, copies) {
   };
   const mode_t umask_before = umask(022);
   Capture capture;
-  for (const auto& spec : specs) {
-    SCOPED_TRACE(spec.name);
-    const std::string src = dir / spec.name + ".s", tgt = dir / spec.name + ".t";
-    dir.Write(spec.name + std::string(".s"), spec.src);
-    if (spec.tgt != nullptr) dir.Write(spec.name + std::string(".t"), spec.tgt);
-    LimitFileWrites(spec.writes);
-    EXPECT_EQ(spec.result, kovani_copy_file(src.c_str(), tgt.c_str()));
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const std::string src = dir / row.name + ".s", tgt = dir / row.name + ".t";
+    dir.Write(row.name + std::string(".s"), row.src);
+    if (row.tgt != nullptr) dir.Write(row.name + std::string(".t"), row.tgt);
+    LimitFileWrites(row.writes);
+    EXPECT_EQ(row.result, kovani_copy_file(src.c_str(), tgt.c_str()));
     LimitFileWrites({});
-    EXPECT_EQ(spec.copied, ReadFile(tgt));
+    EXPECT_EQ(row.copied, ReadFile(tgt));
   }
   struct stat st = {};
   EXPECT_EQ(0, stat((dir / "empty.t").c_str(), &st));

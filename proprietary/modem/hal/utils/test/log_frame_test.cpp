@@ -37,14 +37,14 @@ TEST(LogFrame, globals_and_raw_sinks) {
 
 TEST(LogFrame, format_log_msg) {
   // clang-format off
-  const struct { bool null; int size; std::string bytes; } specs[] = {
+  const struct { bool null; int size; std::string bytes; } rows[] = {
       {true, 8, ""}, {false, 0, "xxxxxxxx"}, {false, -1, "xxxxxxxx"}, {false, 1, "\0xxxxxxx"s},
       {false, 4, "abc\0xxxx"s}, {false, 9, "abcdef\0x\0"s}};
   // clang-format on
-  for (const auto& spec : specs) {
-    Buffer buf(spec.null ? nullptr : "xxxxxxxx");
-    kovani_utils_format_log_msg(buf.Data(), spec.size, "%sdef", "abc");
-    EXPECT_EQ(spec.bytes, spec.null ? "" : buf.Head(spec.bytes.size())) << spec.size;
+  for (const auto& row : rows) {
+    Buffer buf(row.null ? nullptr : "xxxxxxxx");
+    kovani_utils_format_log_msg(buf.Data(), row.size, "%sdef", "abc");
+    EXPECT_EQ(row.bytes, row.null ? "" : buf.Head(row.bytes.size())) << row.size;
   }
 }
 
@@ -56,15 +56,15 @@ TEST(LogFrame, prefixes) {
   const std::string status = to_string(getpid()) + "/status";
   mkdir((proc / to_string(getpid())).c_str(), 0700);
   // clang-format off
-  const struct { int instance; const char *first, *later; } specs[] = {
+  const struct { int instance; const char *first, *later; } rows[] = {
       {3, "SUB[3]", "SUB[3]"}, {-1, "SUB[-1]", "SUB[-1]"}, {256, "SUB[256]", "SUB[256]"},
       {255, "[qcrild]", "[other]"}};
   // clang-format on
   const std::regex frame(R"((.*)\[kovani_utils_(\w+)\.cpp:(\d+)\] (\w+): (.*))");
-  for (const auto& spec : specs) {
+  for (const auto& row : rows) {
     proc.Write(status, "Name:\tqcrild\n");
     FakeProc(proc.path);
-    g_kovani_qcril_ril_process_instance_id = spec.instance;
+    g_kovani_qcril_ril_process_instance_id = row.instance;
     Capture capture;
     kovani_str_print(const_cast<char*>(""));
     proc.Write(status, "Name:\tother\n");
@@ -82,7 +82,7 @@ TEST(LogFrame, prefixes) {
         copies += "RIL[" + m[4].str() + ":" + m[3].str() + "]: " + m[5].str() + "\n";
       }
     }
-    const std::string a = spec.first, b = spec.later;
+    const std::string a = row.first, b = row.later;
     EXPECT_EQ(a + " cmn kovani_str_print\n" + b + " cmn kovani_str_trim\n" + b +
                   " timer kovani_timer_is_active\n" + b + " timer kovani_timer_is_active\n",
               shape);

@@ -32,18 +32,18 @@ struct Proc : TempDir {
 
 TEST(ProcessIdentity, pid_info) {
   // clang-format off
-  const struct { const char *status, *name; } specs[] = {
+  const struct { const char *status, *name; } rows[] = {
       {"Name:\tqcrild\n", "qcrild"}, {"Name:\t123456789012345\n", "123456789012345"},
       {"XXXXX\t abc\n", "abc"}, {nullptr, ""}, {"", ""}};
   // clang-format on
   Capture capture;
-  for (const auto& spec : specs) {
-    const Proc proc(spec.status);
+  for (const auto& row : rows) {
+    const Proc proc(row.status);
     kovani_pid_info_s_type info;
     memset(&info, '#', sizeof(info));
     kovani_get_current_pid_info(&info);
     EXPECT_EQ(getpid(), info.p_id);
-    EXPECT_STREQ(spec.name, info.p_name);
+    EXPECT_STREQ(row.name, info.p_name);
     EXPECT_EQ(0, std::count(std::begin(info.p_name), std::end(info.p_name), '#'));
   }
   kovani_get_current_pid_info(nullptr);
@@ -98,15 +98,15 @@ TEST(ProcessLookup, by_name) {
   proc.Write("8/status", "");
   std::filesystem::create_directory_symlink("7", proc / "self");
   // clang-format off
-  const struct { std::string root; const char* name; int pid; } specs[] = {
+  const struct { std::string root; const char* name; int pid; } rows[] = {
       {proc.path, "", 7}, {proc.path, "qcrild", -1}, {empty.path, "x", -1}, {"/none", "x", -1}};
   // clang-format on
   Capture capture;
-  for (const auto& spec : specs) {
-    FakeProc(spec.root);
+  for (const auto& row : rows) {
+    FakeProc(row.root);
     int pid = -1;
-    kovani_get_pid_by_name(&pid, const_cast<char*>(spec.name));
-    EXPECT_EQ(spec.pid, pid) << spec.root << spec.name;
+    kovani_get_pid_by_name(&pid, const_cast<char*>(row.name));
+    EXPECT_EQ(row.pid, pid) << row.root << row.name;
   }
   FakeProc("");
   kovani_get_pid_by_name(nullptr, const_cast<char*>("x"));

@@ -21,25 +21,25 @@ const std::string kLong(255, 'n');
 
 TEST(Properties, get) {
   // clang-format off
-  const struct { std::string name; const char *stored, *fallback, *value; } specs[] = {
+  const struct { std::string name; const char *stored, *fallback, *value; } rows[] = {
       {"vendor.t.a", nullptr, "0", "0"}, {"vendor.t.b", "v", "d", "v"}, {"vendor.t.c", "", "d", "d"},
       {kLong + "tail", "long", "d", "long"}};
   const struct { const char* stored; int fallback, value; } numbers[] = {
       {nullptr, -1, -1}, {"12abc", 0, 12}, {"abc", 5, 0}, {" 7", 0, 7}, {"-3", 0, -3}};
   // clang-format on
   Capture capture;
-  for (const auto& spec : specs) {
-    if (spec.stored != nullptr)
-      kovani_host_property_seed(spec.name.substr(0, 255).c_str(), spec.stored);
+  for (const auto& row : rows) {
+    if (row.stored != nullptr)
+      kovani_host_property_seed(row.name.substr(0, 255).c_str(), row.stored);
     Buffer out("");
-    kovani_get_property_value(spec.name.c_str(), out.Data(), spec.fallback);
-    EXPECT_EQ(spec.value + std::string(1, '\0') + "#", out.Head(strlen(spec.value) + 2));
+    kovani_get_property_value(row.name.c_str(), out.Data(), row.fallback);
+    EXPECT_EQ(row.value + std::string(1, '\0') + "#", out.Head(strlen(row.value) + 2));
   }
-  for (const auto& spec : numbers) {
-    kovani_host_property_seed("vendor.t.int", spec.stored != nullptr ? spec.stored : "");
+  for (const auto& row : numbers) {
+    kovani_host_property_seed("vendor.t.int", row.stored != nullptr ? row.stored : "");
     int value = 99;
-    kovani_get_property_value_from_int("vendor.t.int", &value, spec.fallback);
-    EXPECT_EQ(spec.value, value);
+    kovani_get_property_value_from_int("vendor.t.int", &value, row.fallback);
+    EXPECT_EQ(row.value, value);
   }
   ExpectLog(capture, "properties/get", {{"LONG", kLong}});
 }

@@ -77,20 +77,20 @@ TEST(RestartLevel, type_name) {
     const char* level;
     int capacity;
     std::string bytes;
-  } specs[] = {{"ALL_DISABLE", 64, "ALL_DISABLE#"}, {"ALL_DISABLE", 11, "ALL_DISABLE#"},
-               {"ALL_DISABLE", 10, "ALL_DISABL#"},  {"ALL_DISABLE", 5, "ALL_D#"},
-               {"ALL_DISABLE", 0, "CONFIG_EMPTY#"}, {"ALL_DISABLE", -1, "CONFIG_EMPTY#"},
-               {nullptr, 64, "CONFIG_EMPTY#"}};
+  } rows[] = {{"ALL_DISABLE", 64, "ALL_DISABLE#"}, {"ALL_DISABLE", 11, "ALL_DISABLE#"},
+              {"ALL_DISABLE", 10, "ALL_DISABL#"},  {"ALL_DISABLE", 5, "ALL_D#"},
+              {"ALL_DISABLE", 0, "CONFIG_EMPTY#"}, {"ALL_DISABLE", -1, "CONFIG_EMPTY#"},
+              {nullptr, 64, "CONFIG_EMPTY#"}};
   Capture capture;
-  for (const auto& spec : specs) {
+  for (const auto& row : rows) {
     kovani_host_property_reset();
-    if (spec.level != nullptr) kovani_host_property_seed(kLevelProperties[0], spec.level);
+    if (row.level != nullptr) kovani_host_property_seed(kLevelProperties[0], row.level);
     char name[32];
     memset(name, '#', sizeof(name));
-    int capacity = spec.capacity;
+    int capacity = row.capacity;
     kovani_get_modem_ssr_type_name(name, &capacity);
-    EXPECT_EQ(spec.bytes, std::string(name, spec.bytes.size())) << spec.capacity;
-    EXPECT_EQ(spec.capacity, capacity);
+    EXPECT_EQ(row.bytes, std::string(name, row.bytes.size())) << row.capacity;
+    EXPECT_EQ(row.capacity, capacity);
   }
   int capacity = 8;
   kovani_get_modem_ssr_type_name(nullptr, &capacity);
@@ -112,20 +112,20 @@ TEST(RestartLevel, wait) {
     int wait_s;
     const char* property;
     int result;
-  } specs[] = {{0, "9", 0},    {1, nullptr, 1}, {-1, nullptr, 5}, {-1, "0", 0},
-               {-1, "abc", 0}, {-5, "-2", -2},  {-1, " 7x", 7}};
+  } rows[] = {{0, "9", 0},    {1, nullptr, 1}, {-1, nullptr, 5}, {-1, "0", 0},
+              {-1, "abc", 0}, {-5, "-2", -2},  {-1, " 7x", 7}};
   Capture capture;
-  for (const auto& spec : specs) {
+  for (const auto& row : rows) {
     kovani_host_property_unset("persist.radio.ssr_wait_s");
-    if (spec.property != nullptr)
-      kovani_host_property_seed("persist.radio.ssr_wait_s", spec.property);
+    if (row.property != nullptr)
+      kovani_host_property_seed("persist.radio.ssr_wait_s", row.property);
     const itimerval alarm = {{0, 0}, {0, 100000}};
-    if (spec.result > 1) setitimer(ITIMER_REAL, &alarm, nullptr);
+    if (row.result > 1) setitimer(ITIMER_REAL, &alarm, nullptr);
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(spec.result, kovani_modem_ssr_wait_s(spec.wait_s));
+    EXPECT_EQ(row.result, kovani_modem_ssr_wait_s(row.wait_s));
     const auto took = std::chrono::steady_clock::now() - start;
-    EXPECT_EQ(spec.result > 0, took >= std::chrono::milliseconds(spec.result == 1 ? 1000 : 100))
-        << spec.wait_s << " " << (spec.property != nullptr ? spec.property : "unset");
+    EXPECT_EQ(row.result > 0, took >= std::chrono::milliseconds(row.result == 1 ? 1000 : 100))
+        << row.wait_s << " " << (row.property != nullptr ? row.property : "unset");
   }
   ExpectLog(capture, "restart_level/wait");
 }

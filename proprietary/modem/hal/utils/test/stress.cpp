@@ -3,9 +3,14 @@
 // properties, and start, stop, query and clear timers, while the main thread
 // renames the process. "kovani_stress [SECONDS]" (10 by default) prints
 // what it counted on stderr and exits 1 if anything that must never happen
-// did (2 if it could not start).
+// did (2 if it could not start). "kovani_stress SECONDS LOG" also writes the
+// system log to LOG as logcat threadtime lines and prints, one "name count"
+// line each, the timer outcomes and error lines by function that LOG holds.
+#include <fcntl.h>
 #include <string.h>
 #include <sys/prctl.h>
+#include <time.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -26,6 +31,8 @@ using Clock = std::chrono::steady_clock;
 std::atomic<bool> g_stop{false};
 std::atomic<int> g_clears{0};
 std::atomic<long> g_torn{0}, g_wrong_region{0}, g_wrong_answer{0}, g_early{0};
+std::atomic<long> g_rounds{0}, g_failed_stops{0}, g_log_failures{0};
+int g_log = -1;
 
 // The names the main thread alternates. They differ in their last byte only:
 // Linux (6.18, for one) copies a new name without a lock, so a reader of
@@ -33,14 +40,30 @@ std::atomic<long> g_torn{0}, g_wrong_region{0}, g_wrong_answer{0}, g_early{0};
 // itself, and a mixture of these two is one of them.
 char g_names[3][16] = {"", "kovani-stress-a", "kovani-stress-b"};  // [0]: as started
 
+// A system-log line as logcat -v threadtime shows it.
+void WriteThreadtime(int priority, const char* text) {
+  timespec now;
+  clock_gettime(CLOCK_REALTIME, &now);
+  tm t;
+  localtime_r(&now.tv_sec, &t);
+  char line[640];
+  const int n =
+      snprintf(line, sizeof(line), "%02d-%02d %02d:%02d:%02d.%03ld %5d %5d %c stress: %s\n",
+               t.tm_mon + 1, t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec, now.tv_nsec / 1000000,
+               getpid(), gettid(), priority == 3 ? 'E' : 'D', text);
+  g_log_failures +=
+      write(g_log, line, std::min<size_t>(static_cast<size_t>(n), sizeof(line) - 1)) < 0;
+}
+
 }  // namespace
 
 // The library's system log: a framed line at instance 255 starts with
 // "[<process name>][".
-extern "C" __attribute__((format(printf, 2, 0))) void vsyslog(int, const char* format,
+extern "C" __attribute__((format(printf, 2, 0))) void vsyslog(int priority, const char* format,
                                                               va_list args) {
   char text[512];
   vsnprintf(text, sizeof(text), format, args);
+  if (g_log >= 0) WriteThreadtime(priority, text);
   const char* end = strstr(text, "][");
   if (text[0] != '[' || end == nullptr) return;  // an announcement
   const std::string name(text + 1, static_cast<size_t>(end - text - 1));
@@ -80,6 +103,7 @@ void Worker(std::deque<Timer>* timers, unsigned seed) {
   char value[256];
   while (!g_stop) {
     kovani_str_trim(nullptr, 7);
+    ++g_rounds;
     g_wrong_answer += kovani_build_type_get() != KOVANI_BUILD_TYPE_PRE ||
                       kovani_is_china_version() || strcmp(kovani_device_name_get(), "kestrel") != 0;
     g_wrong_region += strcmp(kovani_vendor_build_region_get(), "EU") != 0 ||
@@ -95,7 +119,9 @@ void Worker(std::deque<Timer>* timers, unsigned seed) {
       continue;
     }
     kovani_timer_is_active(id);
-    t.stopped = random() % 3 == 0 && kovani_timer_stop(id);
+    const bool stop = random() % 3 == 0;
+    t.stopped = stop && kovani_timer_stop(id);
+    g_failed_stops += stop && !t.stopped;
     if (seed == 0 && random() % 32 == 0) kovani_timer_clear_callback_list(), ++g_clears;
     for (const auto deadline = Clock::now() + std::chrono::seconds(3);
          t.timeout_s == 0 && !t.stopped && t.fired == 0 && t.clears == g_clears &&
@@ -112,6 +138,8 @@ long Tasks() { return std::distance(std::filesystem::directory_iterator("/proc/s
 int main(int argc, char** argv) {
   const int seconds = argc > 1 ? std::stoi(argv[1]) : 10;
   if (freopen("/dev/null", "w", stdout) == nullptr) return 2;  // errors have console copies
+  if (argc > 2 && (g_log = open(argv[2], O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0644)) < 0)
+    return 2;
   kovani_host_property_reset();  // nothing from the environment, no persistence file
   kovani_host_property_seed("persist.vendor.radio.build_region", "EU");
   kovani_host_property_seed("ro.product.device", "kestrel");
@@ -154,5 +182,19 @@ int main(int argc, char** argv) {
           "with a torn name %ld; wrong vendor-region answers %ld; other wrong answers %ld\n",
           seconds, started, fired, stopped, cleared, lost, twice, after_stop, g_early.load(),
           g_torn.load(), g_wrong_region.load(), g_wrong_answer.load());
-  return lost + twice + after_stop + g_early + g_torn + g_wrong_region + g_wrong_answer ? 1 : 0;
+  // Each stopped or cleared timer's thread logs one error on finding it gone.
+  const std::pair<const char*, long> in_log[] = {
+      {"fired", fired},
+      {"stopped", stopped},
+      {"cleared", cleared},
+      {"kovani_str_trim", g_rounds},
+      {"kovani_timer_stop", g_failed_stops},
+      {"kovani_timer_callback_dispatch_thread_proc_expra_params", stopped + cleared}};
+  for (const auto& [name, count] : in_log) {
+    if (g_log >= 0 && count != 0) fprintf(stderr, "%s %ld\n", name, count);
+  }
+  return lost + twice + after_stop + g_early + g_torn + g_wrong_region + g_wrong_answer +
+                 g_log_failures
+             ? 1
+             : 0;
 }

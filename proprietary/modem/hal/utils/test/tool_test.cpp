@@ -10,7 +10,9 @@ using namespace kovani_test;
 
 struct Case {
   const char* name;
-  std::string command;  // TOOL stands for the tool, run where the case's files are
+  // TOOL and STRESS stand for those programs, run where the case's files are;
+  // IN/ and EXPECTED/ for the folders of inputs and expected outputs.
+  std::string command;
   int status;
   std::vector<std::string> out, err;  // texts each must contain; "=" first: all of it
 };
@@ -23,6 +25,9 @@ const char kFakeAdb[] =
     "$DEVICES; do "
     "printf \"%%s\\\\t%%s\\\\n\" \"${d%%%%:*}\" \"${d#*:}\"; done;; -s) cat " KOVANI_TEST_INPUTS
     "/kestrel_cert.getprop;; esac\\n' >adb && chmod +x adb && export PATH=$PWD:$PATH; ";
+
+// An adb of the case's own: the script lines that follow, up to a line "E".
+const char kOwnAdb[] = "export PATH=$PWD:$PATH; cat >adb <<'E'; chmod +x adb\n#!/bin/sh\n";
 
 // clang-format off
 const Case kCases[] = {
@@ -44,10 +49,29 @@ const Case kCases[] = {
      "TOOL info --json --props a.prop --props b.getprop --setprop ro.cust.test=ct --setprop persist.vendor.radio.build_region=eea", 0,
      {"\"device_name\": \"kestrel\"", "\"build_type\": 3,", "\"vendor_build_region\": \"eea\""},
      {"loaded 2 properties from a.prop, skipped 0 lines\n", "loaded 2 properties from b.getprop, skipped 0 lines\n"}},
+    {"setprop_gets_the_checks_of_a_profile_line",
+     "TOOL info --setprop persist.a=" + std::string(92, 'v') + "; echo $?; TOOL info --setprop \"$(printf 'persist.a=\\377')\"; "
+     "echo $?; TOOL info --json --setprop persist.vendor.radio.build_region=" + std::string(91, 'v') +
+     " --setprop ro.product.device=" + std::string(92, 'v'), 0,
+     {"2\n2\n{\n", "\"vendor_build_region\": \"" + std::string(91, 'v') + "\""},
+     {"kovani-utils: --setprop 'persist.a=" + std::string(92, 'v') + "': value of 92 or more bytes for a non-ro. property\n",
+      "kovani-utils: --setprop 'persist.a=\xff': value is not valid UTF-8\n"}},
+    {"setprop_wins_over_the_persistence_file",
+     "printf 'persist.vendor.ssr.type_bak=FILE\\npersist.vendor.ssr.type_bak_flag=1\\n' >S; "
+     "TOOL ssr get --json --persist S --setprop persist.vendor.ssr.type_bak=ARG; cat S", 0,
+     {"\"saved_default\": \"ARG\"", "}\npersist.vendor.ssr.type_bak=FILE\npersist.vendor.ssr.type_bak_flag=1\n"}, {}},
     {"standard_input", "echo '[ro.build.version.incremental]: [V1.DEV]' | TOOL info --json --props -", 0,
      {"\"build_type\": 6,", "\"profile\": \"standard input\""}, {"loaded 1 properties from standard input, skipped 0 lines\n"}},
+    {"standard_input_read_once",
+     "echo ro.product.device=falcon >f; echo ro.product.device=kestrel | TOOL info --json --props - --props f --props -", 0,
+     {"\"device_name\": \"kestrel\""},
+     {"=loaded 1 properties from standard input, skipped 0 lines\nloaded 1 properties from f, skipped 0 lines\n"
+      "loaded 1 properties from standard input, skipped 0 lines\n"}},
     {"ten_warnings_then_a_count", "(echo ro.product.device=k; for i in $(seq 150); do echo bad; done) >p; TOOL info --props p", 0,
      {}, {"p:11: missing '='", "kovani-utils: 140 more bad lines not shown\n", "loaded 1 properties from p, skipped 150 lines\n"}},
+    {"one_file_twice_counts_its_bad_lines_once",
+     "(echo ro.product.device=k; for i in $(seq 12); do echo bad; done) >p; TOOL info --props p --props ./p", 0, {},
+     {"kovani-utils: 2 more bad lines not shown\n", "loaded 1 properties from ./p, skipped 12 lines\n"}},
     {"no_property", ": >empty; TOOL info --props empty", 1, {"="}, {"kovani-utils: no property in 'empty'\n"}},
     {"nul_in_a_value", "printf 'ro.product.device=kes\\0trel\\nro.cust.test=ct\\n' >p; TOOL info --json --props p", 0,
      {"\"device_name\": \"\""}, {"p:1: contains a NUL byte"}},
@@ -88,6 +112,52 @@ const Case kCases[] = {
       "device 'C' is not connected"}},
     {"no_device_or_adb", std::string(kFakeAdb) + "TOOL info --device; PATH=/none TOOL info --device", 1, {},
      {"kovani-utils: no device connected (adb devices lists none)\n", "adb not found on PATH"}},
+    {"device_time_limit", std::string(kOwnAdb) + "sleep 9\nE\nTOOL info --device --timeout 1", 1, {},
+     {"=kovani-utils: adb devices did not finish within 1 s (--timeout); stopped it\n"}},
+    {"device_server_keeps_the_pipe_open",
+     std::string(kFakeAdb) + "mv adb real; " + kOwnAdb + "sleep 9 & echo $! >>child\nexec \"$PWD/real\" \"$@\"\nE\n"
+     "DEVICES=SER1:device TOOL info --json --device --timeout 3; s=$?; kill $(cat child); exit $s", 0,
+     {"\"profile\": \"adb:SER1\""}, {}},
+    {"device_bytes_escaped",
+     std::string(kFakeAdb) + "export DEVICES=\"$(printf 'S\\033]0;x\\007:device B:un\\001ready')\"; TOOL info --device; "
+     "TOOL info --device B; TOOL info --device \"$(printf 'S\\033]0;x\\007')\"", 0, {},
+     {"several devices connected (S\\x1b]0;x\\x07, B)", "device 'B' is un\\x01ready, not ready",
+      "loaded 24 properties from adb:S\\x1b]0;x\\x07, skipped 0 lines\n"}},
+    {"adb_error_text_escaped", std::string(kOwnAdb) + "printf 'error: \\033[2J\\n' >&2; exit 1\nE\nTOOL info --device", 1,
+     {}, {"=kovani-utils: adb devices failed: error: \\x1b[2J\n"}},
+    {"bug_report_as_profile", "TOOL info --json --props IN/bugreport.txt; TOOL info --props IN/bugreport.zip; "
+     "TOOL info --props - <IN/bugreport.txt", 0, {"\"build_type\": 3,", "device name:         kestrel\n"},
+     {"bugreport.txt (SYSTEM PROPERTIES section):22: malformed getprop line",
+      "bugreport.zip (SYSTEM PROPERTIES section of bugreport-kestrel-UP1A.231005.007-2024-11-23-08-10-00.txt), skipped 1 lines\n",
+      "loaded 4 properties from standard input (SYSTEM PROPERTIES section), skipped 1 lines\n"}},
+    {"bug_report_refused_or_without_properties", "sed '/SYSTEM PROPERTIES/,/duration of/d' IN/bugreport.txt >r; "
+     "TOOL info --props r; TOOL info --props IN/no_report.zip; TOOL info --props - <IN/bugreport.zip", 1, {"="},
+     {"no property in 'r (bug report without a SYSTEM PROPERTIES section)'\n",
+      "no_report.zip' is a zip archive without a bug report (no bugreport-*.txt)\n",
+      "kovani-utils: standard input is a zip archive: give it as a file name\n"}},
+    {"log_threadtime", "cp IN/logcat_threadtime.txt . && TOOL log logcat_threadtime.txt | diff EXPECTED/log_threadtime.txt -; "
+     "sed 's/$/\\r/' IN/logcat_threadtime.txt >logcat_threadtime.txt && TOOL log logcat_threadtime.txt | diff EXPECTED/log_threadtime.txt -",
+     0, {"="}, {}},
+    {"log_other_formats", "for f in time brief long; do TOOL log --json IN/logcat_$f.txt; done; TOOL log --json IN/syslog.txt IN/console.txt", 0,
+     {"\"format\": \"logcat time\",", "\"late_ms\": 13,", "\"format\": \"logcat brief\",", "\"outcome\": \"pending\",",
+      "\"format\": \"logcat long\",", "\"late_ms\": 16,", "\"format\": \"syslog\",", "\"late_ms\": 19,",
+      "\"format\": \"console\",", "\"decoded\": \"system_log\",\n    \"other_form_lines\": 4,"}, {}},
+    {"log_bug_report_system_log_only", "TOOL log --json IN/bugreport.txt IN/bugreport.zip", 0,
+     {"\"entry\": \"bugreport-kestrel-UP1A.231005.007-2024-11-23-08-10-00.txt\",", "\"lines\": 6,", "\"late_ms\": 5,"}, {}},
+    {"log_console_and_standard_input", "TOOL log --json - <IN/console.txt", 0,
+     {"\"name\": \"standard input\",", "\"decoded\": \"console\",", "\"stopped\": \"during_sleep\","}, {}},
+    {"log_device", std::string(kOwnAdb) + "echo \"$*\" >args; cat IN/logcat_time.txt\nE\nTOOL log --device SER && cat args", 0,
+     {"  source         adb:SER: logcat time, 3 library lines\n", "\n-s SER logcat -d\n"}, {}},
+    {"log_device_time_limit", std::string(kOwnAdb) + "sleep 9\nE\nTOOL log --device --timeout 1", 1, {},
+     {"=kovani-utils: cannot read the device's log: adb logcat -d did not finish within 1 s (--timeout); stopped it\n"}},
+    {"log_failures", "TOOL log IN/kestrel_cert.getprop; echo $?; TOOL log missing; echo $?; TOOL log IN/no_report.zip; echo $?; "
+     "TOOL log; echo $?; TOOL log f --device", 2, {"=1\n1\n1\n2\n"},
+     {"no line of libkovani_utils found; looked for logcat threadtime, time, brief", "cannot read 'missing': No such file or directory\n",
+      "no_report.zip' is a zip archive without a bug report", "give a log FILE, - for standard input, or --device", "excludes"}},
+    // What the library logged, decoded, against what its run counted.
+    {"log_round_trip", "STRESS 1 log 2>&1 >/dev/null | sed 1d | sort >want; TOOL log --json log | awk -F'\"' "
+     "'/\"outcome\"/{n[$4]++} /\"function\"/{f=$4} /\"count\"/{split($0,c,\": \"); n[f]+=c[2]} END{for(k in n)print k,n[k]}' "
+     "| sort | diff want -", 0, {"="}, {}},
 };
 // clang-format on
 
@@ -97,8 +167,13 @@ TEST_P(Tool, runs) {
   const Case& c = GetParam();
   const TempDir dir;
   std::string command = "cd " + dir.path + " && " + c.command;
-  for (size_t at; (at = command.find("TOOL")) != std::string::npos;)
-    command.replace(at, 4, Program(KOVANI_TOOL));
+  const std::pair<std::string, std::string> kWords[] = {{"TOOL", Program(KOVANI_TOOL)},
+                                                        {"STRESS", Program(KOVANI_STRESS)},
+                                                        {"IN/", KOVANI_TEST_INPUTS "/"},
+                                                        {"EXPECTED/", KOVANI_TEST_EXPECTED "/"}};
+  for (const auto& [word, text] : kWords)
+    for (size_t at; (at = command.find(word)) != std::string::npos;)
+      command.replace(at, word.size(), text);
   const ChildRun run = Shell("unset KOVANI_PROPERTY_PROFILE KOVANI_PROPERTY_PERSIST\n" + command);
   EXPECT_EQ(c.status, run.status) << run.err;
   for (const auto& [texts, output] : {std::pair{&c.out, &run.out}, {&c.err, &run.err}}) {

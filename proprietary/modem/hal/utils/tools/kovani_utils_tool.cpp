@@ -7,24 +7,32 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <chrono>
 #include <iostream>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "bugreport.h"
 #include "kovani_host_properties.h"
 #include "kovani_utils.h"
+#include "log_command.h"
 
 extern char** environ;
 
@@ -55,6 +63,21 @@ __attribute__((format(printf, 2, 3))) void Append(std::string* text, const char*
   const int n = vsnprintf(line, sizeof(line), format, args);
   va_end(args);
   text->append(line, n < 0 ? 0 : std::min<size_t>(static_cast<size_t>(n), sizeof(line) - 1));
+}
+
+// Bytes from outside the tool as messages show them: a control character
+// would act on the user's terminal, so it is written as \xNN.
+std::string Escaped(const std::string& bytes) {
+  std::string shown;
+  for (const char c : bytes) {
+    const unsigned char byte = static_cast<unsigned char>(c);
+    if (byte < 0x20 || byte == 0x7f) {
+      Append(&shown, "\\x%02x", byte);
+    } else {
+      shown += c;
+    }
+  }
+  return shown;
 }
 
 // ---- Standard streams ----
@@ -100,9 +123,10 @@ int Print(const std::string& text) {
 
 struct Reports {
   long warnings = 0;
+  bool repeat = false;     // a source loaded before, whose bad lines were counted
   std::string unreadable;  // why the last file was refused
   std::string unwritable;  // why a change did not reach the persistence file
-  // In every profile, shown or not.
+  // In every source but a repeat, shown or not.
   unsigned long bad_lines = 0;
 } g_reports;
 
@@ -114,7 +138,7 @@ void OnReport(int kind, const char* file, unsigned long line, const char* reason
     if (g_reports.unwritable.empty()) g_reports.unwritable = reason;
   } else if (kind == KOVANI_HOST_PROPERTY_WAITING) {
     fprintf(stderr, "kovani-utils: %s: %s\n", file, reason);
-  } else {
+  } else if (!g_reports.repeat) {
     if (++g_reports.warnings <= kShownWarnings) {
       fprintf(stderr, "%s:%lu: %s, line %s\n", file, line, reason,
               kind == KOVANI_HOST_PROPERTY_LINE_KEPT ? "kept as it is" : "skipped");
@@ -140,59 +164,197 @@ bool ReadAll(int fd, std::string* text) {
   }
 }
 
-// Runs adb, a program of its own, with its standard output in *out; false
-// with *error telling why.
-bool RunAdb(const std::vector<std::string>& args, std::string* out, std::string* error) {
+// ---- adb ----
+
+// A signal that asked the tool to stop while adb ran, or 0.
+volatile sig_atomic_t g_stop_signal = 0;
+
+void OnSignal(int sig) {
+  if (sig != SIGCHLD) g_stop_signal = sig;
+}
+
+// adb runs in a process group of its own, so the terminal's signals reach
+// only the tool, which passes them on by killing that group. They and adb's
+// exit are blocked except inside ppoll, so none slips in between a check and
+// the wait. A stop signal is raised again once adb is gone.
+class AdbSignals {
+ public:
+  AdbSignals() {
+    g_stop_signal = 0;
+    struct sigaction on_signal = {};
+    on_signal.sa_handler = OnSignal;
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    for (size_t i = 0; i < std::size(kSignals); ++i) {
+      sigaddset(&blocked, kSignals[i]);
+      sigaction(kSignals[i], nullptr, &previous_[i]);
+      // A stop signal that is ignored (nohup) stays ignored; SIGCHLD never
+      // is, or adb would be reaped unseen.
+      if (previous_[i].sa_handler != SIG_IGN || kSignals[i] == SIGCHLD) {
+        sigaction(kSignals[i], &on_signal, nullptr);
+      }
+    }
+    sigprocmask(SIG_BLOCK, &blocked, &mask_);
+    waiting_ = mask_;
+    for (int sig : kSignals) sigdelset(&waiting_, sig);
+  }
+  ~AdbSignals() {
+    for (size_t i = 0; i < std::size(kSignals); ++i) sigaction(kSignals[i], &previous_[i], nullptr);
+    sigprocmask(SIG_SETMASK, &mask_, nullptr);
+    if (g_stop_signal != 0) raise(g_stop_signal);
+  }
+  AdbSignals(const AdbSignals&) = delete;
+  AdbSignals& operator=(const AdbSignals&) = delete;
+
+  const sigset_t& mask() const { return mask_; }        // the tool's own, adb's too
+  const sigset_t& waiting() const { return waiting_; }  // inside ppoll
+
+ private:
+  static constexpr int kSignals[] = {SIGCHLD, SIGHUP, SIGINT, SIGQUIT, SIGTERM};
+  struct sigaction previous_[std::size(kSignals)];
+  sigset_t mask_;
+  sigset_t waiting_;
+};
+
+// One read from a pipe that poll found ready; false with errno set. At end
+// of file the pipe drops out of later polls.
+bool ReadReady(pollfd* pipe, std::string* into) {
+  if (pipe->revents == 0) return true;
+  char buf[65536];
+  const ssize_t n = read(pipe->fd, buf, sizeof(buf));
+  if (n < 0) return errno == EINTR;
+  if (n == 0) pipe->fd = -1;
+  into->append(buf, static_cast<size_t>(n));
+  return true;
+}
+
+enum class AdbEnd { kExited, kTimedOut, kStopped, kReadFailed };
+
+// What became of one run of adb.
+struct AdbRun {
+  int spawn_error = 0;
+  AdbEnd end = AdbEnd::kExited;
+  int read_error = 0;
+  int status = 0;   // as waitpid gives it
+  std::string err;  // the tail of its standard error
+};
+
+// Reads adb's standard output into *out and the tail of its standard error
+// until adb has exited and both pipes are drained: adb's forked server may
+// hold them open for ever, so end of file is not awaited. adb is always
+// reaped; unless it exited by itself, its whole group is killed first.
+void CollectAdb(pid_t pid, pollfd (&pipes)[2], std::chrono::steady_clock::time_point deadline,
+                const sigset_t& waiting, std::string* out, AdbRun* run) {
+  constexpr size_t kErrTail = 4096;
+  bool exited = false;
+  while (run->end == AdbEnd::kExited) {
+    if (!exited) exited = waitpid(pid, &run->status, WNOHANG) == pid;
+    const auto left = deadline - std::chrono::steady_clock::now();
+    if (g_stop_signal != 0) {
+      run->end = AdbEnd::kStopped;
+    } else if (exited && pipes[0].fd < 0 && pipes[1].fd < 0) {
+      break;
+    } else if (left <= std::chrono::steady_clock::duration::zero()) {
+      run->end = AdbEnd::kTimedOut;
+    } else {
+      const long long ns = exited ? 0 : std::chrono::nanoseconds(left).count();
+      const timespec wait = {static_cast<time_t>(ns / 1000000000),
+                             static_cast<long>(ns % 1000000000)};
+      const int ready = ppoll(pipes, 2, &wait, &waiting);
+      if (ready == 0 && exited) break;
+      if (ready < 0 ? errno != EINTR
+                    : !ReadReady(&pipes[0], out) || !ReadReady(&pipes[1], &run->err)) {
+        run->read_error = errno;
+      } else if (out->size() > KOVANI_HOST_PROPERTY_FILE_MAX) {
+        run->read_error = EFBIG;
+      }
+      if (run->read_error != 0) run->end = AdbEnd::kReadFailed;
+      if (run->err.size() > kErrTail) run->err.erase(0, run->err.size() - kErrTail);
+    }
+  }
+  if (run->end != AdbEnd::kExited) {
+    kill(-pid, SIGKILL);
+    if (!exited) waitpid(pid, &run->status, 0);
+  }
+}
+
+// Runs adb in a process group of its own with its standard output and error
+// on pipes, for at most timeout seconds.
+AdbRun StartAdb(const std::vector<std::string>& args, int timeout, std::string* out) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeout);
   std::vector<char*> argv = {const_cast<char*>("adb")};
   for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
   argv.push_back(nullptr);
-  int pipe_fds[2];
-  FILE* err = tmpfile();
-  if (err == nullptr || pipe2(pipe_fds, O_CLOEXEC) != 0) {
-    *error = std::string("cannot run adb: ") + strerror(errno);
-    if (err != nullptr) fclose(err);
-    return false;
-  }
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_adddup2(&actions, pipe_fds[1], STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, fileno(err), STDERR_FILENO);
+  AdbRun run;
+  const AdbSignals signals;
+  int fds[2][2] = {{-1, -1}, {-1, -1}};  // standard output, standard error
+  if (pipe2(fds[0], O_CLOEXEC) != 0 || pipe2(fds[1], O_CLOEXEC) != 0) run.spawn_error = errno;
   pid_t pid = -1;
-  const int spawned = posix_spawnp(&pid, "adb", &actions, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  close(pipe_fds[1]);
-  const bool read = spawned == 0 && ReadAll(pipe_fds[0], out);
-  const int read_errno = errno;
-  close(pipe_fds[0]);
-  int status = 0;
-  if (spawned == 0) waitpid(pid, &status, 0);
-  std::string message;
-  rewind(err);
-  for (char line[512]; fgets(line, sizeof(line), err) != nullptr;) {
-    if (line[0] != '*' && line[0] != '\n') message = std::string(line, strcspn(line, "\n"));
+  if (run.spawn_error == 0) {
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, fds[0][1], STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, fds[1][1], STDERR_FILENO);
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK);
+    posix_spawnattr_setpgroup(&attributes, 0);
+    posix_spawnattr_setsigmask(&attributes, &signals.mask());
+    run.spawn_error = posix_spawnp(&pid, "adb", &actions, &attributes, argv.data(), environ);
+    posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&actions);
   }
-  fclose(err);
+  for (const int fd : {fds[0][1], fds[1][1]}) {
+    if (fd >= 0) close(fd);
+  }
+  pollfd pipes[2] = {{fds[0][0], POLLIN, 0}, {fds[1][0], POLLIN, 0}};
+  if (run.spawn_error == 0) CollectAdb(pid, pipes, deadline, signals.waiting(), out, &run);
+  for (const int fd : {fds[0][0], fds[1][0]}) {
+    if (fd >= 0) close(fd);
+  }
+  return run;
+}
+
+// Runs adb with args for at most timeout seconds, with its standard output
+// in *out; false with *error telling why.
+bool RunAdb(const std::vector<std::string>& args, int timeout, std::string* out,
+            std::string* error) {
+  const AdbRun run = StartAdb(args, timeout, out);
+  std::string command = "adb";
+  for (const std::string& arg : args) command += " " + Escaped(arg);
+  std::istringstream lines(run.err);
+  std::string message;
+  for (std::string line; std::getline(lines, line);) {
+    if (!line.empty() && line[0] != '*') message = line;
+  }
+  const bool exited = run.spawn_error == 0 && run.end == AdbEnd::kExited;
   // POSIX lets a spawn succeed and the child exit 127 instead (qemu-user's
   // does), so a silent 127 means the same.
-  const bool silent_127 = spawned == 0 && WIFEXITED(status) && WEXITSTATUS(status) == 127 &&
+  const bool silent_127 = exited && WIFEXITED(run.status) && WEXITSTATUS(run.status) == 127 &&
                           out->empty() && message.empty();
-  if (spawned == ENOENT || silent_127) {
+  if (run.spawn_error == ENOENT || silent_127) {
     *error = "adb not found on PATH (Debian's adb package provides it)";
-  } else if (spawned != 0) {
-    *error = std::string("cannot run adb: ") + strerror(spawned);
-  } else if (!read) {
-    *error = std::string("cannot read from adb: ") + strerror(read_errno);
-  } else if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-    *error = "adb " + args.back() + " failed" + (message.empty() ? "" : ": " + message);
+  } else if (run.spawn_error != 0) {
+    *error = std::string("cannot run adb: ") + strerror(run.spawn_error);
+  } else if (run.end == AdbEnd::kTimedOut) {
+    *error = command + " did not finish within " + std::to_string(timeout) +
+             " s (--timeout); stopped it";
+  } else if (run.end == AdbEnd::kStopped) {
+    *error = command + " stopped: " + strsignal(g_stop_signal);
+  } else if (run.end == AdbEnd::kReadFailed) {
+    *error = "cannot read from adb: " + std::string(strerror(run.read_error));
+  } else if (!WIFEXITED(run.status) || WEXITSTATUS(run.status) != 0) {
+    *error = command + " failed" + (message.empty() ? "" : ": " + Escaped(message));
   }
   return error->empty();
 }
 
 // A connected device's getprop dump; with no serial, the only device.
-bool ReadDevice(std::string serial, std::string* dump, std::string* source, std::string* error) {
+bool ReadDevice(std::string serial, int timeout, std::string* dump, std::string* source,
+                std::string* error) {
   std::string list;
-  if (!RunAdb({"devices"}, &list, error)) return false;
+  if (!RunAdb({"devices"}, timeout, &list, error)) return false;
   std::map<std::string, std::string> states;
   std::string serials;
   for (size_t at = list.find('\n'); at != std::string::npos && at + 1 < list.size();) {
@@ -200,7 +362,7 @@ bool ReadDevice(std::string serial, std::string* dump, std::string* source, std:
     char name[256], state[64];
     if (sscanf(list.substr(at + 1, end - at - 1).c_str(), "%255s %63s", name, state) == 2) {
       states[name] = state;
-      serials += (serials.empty() ? "" : ", ") + std::string(name);
+      serials += (serials.empty() ? "" : ", ") + Escaped(name);
     }
     at = end;
   }
@@ -212,13 +374,13 @@ bool ReadDevice(std::string serial, std::string* dump, std::string* source, std:
     serial = states.begin()->first;
   }
   if (!error->empty()) return false;
+  *source = "adb:" + Escaped(serial);
   if (states.count(serial) == 0) {
-    *error = "device '" + serial + "' is not connected";
+    *error = "device '" + Escaped(serial) + "' is not connected";
   } else if (states[serial] != "device") {
-    *error = "device '" + serial + "' is " + states[serial] + ", not ready";
+    *error = "device '" + Escaped(serial) + "' is " + Escaped(states[serial]) + ", not ready";
   }
-  *source = "adb:" + serial;
-  return error->empty() && RunAdb({"-s", serial, "exec-out", "getprop"}, dump, error);
+  return error->empty() && RunAdb({"-s", serial, "exec-out", "getprop"}, timeout, dump, error);
 }
 
 struct Options {
@@ -229,6 +391,7 @@ struct Options {
   std::string persist;
   CLI::Option* device = nullptr;
   std::string serial;
+  int timeout = kovani_tool::kAdbTimeoutSeconds;
   bool json = false;
   bool trace = false;
 };
@@ -253,49 +416,100 @@ int LoadSource(const std::string& file, const std::string& text, bool from_text)
   if (count < 0)
     return Fail("cannot read profile '%s': %s", file.c_str(), g_reports.unreadable.c_str());
   fprintf(stderr, "loaded %d properties from %s, skipped %lu lines\n", count, file.c_str(), bad);
-  g_reports.bad_lines += bad;
+  if (!g_reports.repeat) g_reports.bad_lines += bad;
   if (count == 0) return Fail("no property in '%s'", file.c_str());
   return 0;
 }
 
-// The device or the profiles in order, later ones winning, then the single
-// properties and the persistence file. 0, or the exit status.
+// The profiles in order, later ones winning. 0, or the exit status.
+int LoadFiles(const std::vector<std::string>& files, std::string* profile) {
+  std::set<std::pair<dev_t, ino_t>> loaded;
+  std::string input;  // standard input, read once however often it is named
+  bool input_read = false;
+  int status = 0;
+  for (size_t i = 0; i < files.size() && status == 0; ++i) {
+    const bool from_input = files[i] == "-";
+    *profile = from_input ? "standard input" : files[i];
+    if (from_input && !input_read && !ReadAll(STDIN_FILENO, &input)) {
+      return Fail("cannot read standard input: %s", strerror(errno));
+    }
+    input_read = input_read || from_input;
+    struct stat file = {};
+    const int known = from_input ? fstat(STDIN_FILENO, &file) : stat(files[i].c_str(), &file);
+    g_reports.repeat = known == 0 && !loaded.insert({file.st_dev, file.st_ino}).second;
+    // A bug report's properties section, or the file as it is.
+    std::string section, label, error;
+    const kovani_tool::ProfileKind kind =
+        from_input ? kovani_tool::TakeBugReportProfile(*profile, input, &section, &label, &error)
+                   : kovani_tool::ReadBugReportProfile(files[i], &section, &label, &error);
+    if (kind == kovani_tool::ProfileKind::kFailed) return Fail("%s", error.c_str());
+    const bool report = kind == kovani_tool::ProfileKind::kBugReport;
+    status = LoadSource(report ? label : *profile, report ? section : input, from_input || report);
+  }
+  g_reports.repeat = false;
+  return status;
+}
+
+void KeepReason(int, const char*, unsigned long, const char* reason, void* cookie) {
+  *static_cast<std::string*>(cookie) = reason;
+}
+
+// Why the store would refuse NAME=VALUE as a profile line, or "". It judges
+// "[NAME]: [VALUE]", the form that keeps the value's blanks, with line
+// breaks as blanks so that the value stays on one line.
+std::string SetpropProblem(const std::string& entry) {
+  const std::string name = entry.substr(0, entry.find('='));
+  if (kovani_host_property_seed(name.c_str(), "") != 0) return "invalid property name";
+  std::string line = "[" + name + "]: [" + entry.substr(name.size() + 1) + "]";
+  std::replace(line.begin(), line.end(), '\n', ' ');
+  std::string reason;
+  kovani_host_property_set_reporter(KeepReason, &reason);
+  kovani_host_property_load_text("--setprop", line.data(), line.size(), nullptr);
+  kovani_host_property_set_reporter(OnReport, nullptr);
+  return reason;
+}
+
+// The device or the profiles in order, later ones winning, then the
+// persistence file, then the single properties. 0, or the exit status.
 int LoadProperties(const Options& options, std::string* profile) {
   kovani_host_property_reset();
   kovani_host_property_set_reporter(OnReport, nullptr);
+  for (const std::string& entry : options.setprops) {
+    const std::string problem = SetpropProblem(entry);
+    if (!problem.empty()) {
+      fprintf(stderr, "kovani-utils: --setprop '%s': %s\n", Escaped(entry).c_str(),
+              problem.c_str());
+      return kExitUsage;
+    }
+  }
   std::vector<std::string> files = options.props;
   if (files.empty() && !options.FromDevice()) files.push_back(SampleProfile());
   int status = 0;
   if (options.FromDevice()) {
     std::string dump, error;
-    if (!ReadDevice(options.serial, &dump, profile, &error)) return Fail("%s", error.c_str());
+    if (!ReadDevice(options.serial, options.timeout, &dump, profile, &error)) {
+      return Fail("%s", error.c_str());
+    }
     status = LoadSource(*profile, dump, true);
   }
-  for (size_t i = 0; i < files.size() && status == 0; ++i) {
-    *profile = files[i] == "-" ? "standard input" : files[i];
-    std::string text;
-    if (files[i] == "-" && !ReadAll(STDIN_FILENO, &text)) {
-      return Fail("cannot read standard input: %s", strerror(errno));
-    }
-    status = LoadSource(*profile, text, files[i] == "-");
-  }
+  if (status == 0) status = LoadFiles(files, profile);
   // The store reports only the first bad lines of each file, but counts all.
   if (g_reports.bad_lines > kShownWarnings) {
     fprintf(stderr, "kovani-utils: %lu more bad lines not shown\n",
             g_reports.bad_lines - kShownWarnings);
   }
-  for (size_t i = 0; i < options.setprops.size() && status == 0; ++i) {
-    const std::string& entry = options.setprops[i];
-    const std::string name = entry.substr(0, entry.find('='));
-    if (kovani_host_property_seed(name.c_str(), entry.c_str() + name.size() + 1) != 0) {
-      fprintf(stderr, "kovani-utils: --setprop '%s': invalid property name\n", entry.c_str());
-      return kExitUsage;
-    }
-  }
   if (status == 0 && !options.persist.empty() &&
       kovani_host_property_set_persist_file(options.persist.c_str()) < 0) {
     return Fail("cannot use persistence file '%s': %s", options.persist.c_str(),
                 g_reports.unreadable.c_str());
+  }
+  // Seeds, so that they win over every file and never reach the persistence file.
+  for (size_t i = 0; i < options.setprops.size() && status == 0; ++i) {
+    const std::string& entry = options.setprops[i];
+    const size_t eq = entry.find('=');
+    if (kovani_host_property_seed(entry.substr(0, eq).c_str(), entry.c_str() + eq + 1) != 0) {
+      return Fail("cannot set --setprop '%s'", Escaped(entry).c_str());
+    }
   }
   return status;
 }
@@ -464,6 +678,15 @@ int RunSsr(const Options& options, bool set, const std::string& level) {
   return Print(text);
 }
 
+void AddTimeout(CLI::App* command, int* timeout) {
+  command
+      ->add_option("--timeout", *timeout,
+                   "Longest wait for each adb call with --device, in seconds")
+      ->type_name("SECONDS")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 86400));
+}
+
 void AddOptions(CLI::App* command, Options* options, bool with_device, bool with_persist) {
   const auto not_empty = [](const std::string& v) { return v.empty() ? "FILE is empty" : ""; };
   command
@@ -489,6 +712,7 @@ void AddOptions(CLI::App* command, Options* options, bool with_device, bool with
                           ->expected(0, 1)
                           ->type_name("[SERIAL]")
                           ->excludes("--props");
+    AddTimeout(command, &options->timeout);
   }
   if (with_persist) {
     command
@@ -500,6 +724,17 @@ void AddOptions(CLI::App* command, Options* options, bool with_device, bool with
   command->add_flag("--json", options->json, "Print one JSON object");
   command->add_flag("--trace", options->trace,
                     "Show the library's log lines (system log and console) on stderr");
+}
+
+int RunLogCommand(const kovani_tool::LogOptions& options) {
+  SetUpStreams(false);
+  std::string device_log, error;
+  if (options.FromDevice() &&
+      !RunAdb(kovani_tool::DeviceLogArgs(options), options.timeout, &device_log, &error)) {
+    return Fail("cannot read the device's log: %s", error.c_str());
+  }
+  const auto fail = [](const std::string& message) { return Fail("%s", message.c_str()); };
+  return kovani_tool::RunLog(options, device_log, {Print, fail, kSchema});
 }
 
 }  // namespace
@@ -541,6 +776,9 @@ int main(int argc, char** argv) {
   ssr_set->add_option("level", level, "def, ssr or dump")
       ->required()
       ->check(CLI::IsMember({"def", "ssr", "dump"}));
+  kovani_tool::LogOptions log_options;
+  CLI::App* log = kovani_tool::AddLogCommand(&app, &log_options);
+  AddTimeout(log, &log_options.timeout);
 
   try {
     app.parse(argc, argv);
@@ -551,6 +789,7 @@ int main(int argc, char** argv) {
               << app.help();
     return kExitUsage;
   }
+  if (log->parsed()) return RunLogCommand(log_options);
   const Options& options = info->parsed()      ? info_options
                            : ssr_get->parsed() ? get_options
                                                : set_options;

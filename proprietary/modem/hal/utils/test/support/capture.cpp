@@ -42,8 +42,7 @@ bool g_recording = false, g_hold_threads = false;
 std::vector<LogLine> g_lines;
 std::string g_proc_root;
 std::deque<long> g_write_limits;
-std::atomic<bool> g_fail_record{false}, g_fail_threads{false}, g_freed{false};
-std::atomic<const void*> g_watched{nullptr};
+std::atomic<bool> g_fail_record{false}, g_fail_threads{false};
 
 template <typename Fn>
 Fn Real(const char* name) {
@@ -264,8 +263,6 @@ void LimitFileWrites(std::vector<long> limits) {
 
 void FailNextTimerRecord() { g_fail_record = true; }
 void FailThreadStarts(bool fail) { g_fail_threads = fail; }
-void WatchFree(const void* pointer) { g_freed = false, g_watched = pointer; }
-bool Freed() { return g_freed; }
 
 }  // namespace kovani_test
 
@@ -303,12 +300,6 @@ extern "C" __attribute__((no_sanitize("thread"))) void* calloc(size_t count, siz
   static const auto real = Real<void* (*)(size_t, size_t)>("calloc");
   const bool record = count == 1 && size == sizeof(kovani_timer_callback_s_type);
   return record && g_fail_record.exchange(false) ? nullptr : real(count, size);
-}
-
-extern "C" __attribute__((no_sanitize("thread"))) void free(void* pointer) {
-  static const auto real = Real<void (*)(void*)>("free");
-  if (pointer != nullptr && pointer == g_watched.load()) g_freed = true;
-  real(pointer);
 }
 
 extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attr, void* (*start)(void*),

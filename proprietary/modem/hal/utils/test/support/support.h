@@ -1,8 +1,8 @@
 // The tests' shared support. child.cpp, for every test program: child
 // programs, fresh processes, files. capture.cpp, for the library's tests
 // only: the library's two sinks, its platform's faults and the golden
-// transcripts; it interposes vsyslog, printf, fopen, opendir, calloc, free,
-// write and pthread_create in the program that links it.
+// transcripts; it interposes vsyslog, printf, fopen, opendir, calloc, write
+// and pthread_create in the program that links it.
 #ifndef KOVANI_TEST_SUPPORT_H
 #define KOVANI_TEST_SUPPORT_H
 
@@ -98,8 +98,6 @@ void FailNextTimerRecord();                      // its calloc returns null
 void FailThreadStarts(bool fail);                // pthread_create returns EAGAIN
 void HoldThreadStarts(bool hold);                // new threads wait until released
 void LimitFileWrites(std::vector<long> limits);  // each next write's bytes; < 0 fails
-void WatchFree(const void* pointer);             // then Freed() tells
-bool Freed();
 
 }  // namespace kovani_test
 

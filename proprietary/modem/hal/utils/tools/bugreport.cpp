@@ -1,0 +1,99 @@
+#include "bugreport.h"
+
+#include <string.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+
+#include "input_source.h"
+#include "kovani_host_properties.h"
+
+namespace kovani_tool {
+namespace {
+
+constexpr std::string_view kSectionOpen = "------ ";
+
+std::string Label(const Input& input, bool found) {
+  const std::string in = input.entry.empty() ? "" : " of " + input.entry;
+  return input.name + (found ? " (" + std::string(kPropertiesSection) + " section" + in + ")"
+                             : " (bug report" + in + " without a " +
+                                   std::string(kPropertiesSection) + " section)");
+}
+
+// Reads the report up to the end of its properties section.
+ProfileKind ReadProperties(Input* input, std::string* text, std::string* label,
+                           std::string* error) {
+  text->clear();
+  BlockReader reader(input->source.get());
+  constexpr size_t kLimit = KOVANI_HOST_PROPERTY_FILE_MAX;
+  bool inside = false;
+  bool found = false;
+  size_t line_number = 0;
+  for (std::string_view block; !(found && !inside) && reader.Next(&block);) {
+    while (!block.empty() && !(found && !inside)) {
+      const size_t newline = block.find('\n');
+      const std::string_view line = block.substr(0, newline);
+      block.remove_prefix(newline == std::string_view::npos ? block.size() : newline + 1);
+      ++line_number;
+      if (!found) {
+        found = inside = SectionName(line) == kPropertiesSection;
+        // Earlier lines and the header stay as blank ones, so line numbers hold.
+        if (found) text->assign(std::min(line_number, kLimit + 1), '\n');
+      } else if (EndsSection(line)) {
+        inside = false;
+      } else {
+        text->append(line).push_back('\n');
+      }
+      if (text->size() > kLimit) {
+        *error = "cannot read profile '" + input->name + "': its " +
+                 std::string(kPropertiesSection) + " section ends beyond 64 MiB";
+        return ProfileKind::kFailed;
+      }
+    }
+  }
+  if (reader.failed()) {
+    *error = "cannot read profile '" + input->name + "': " + input->source->error();
+    return ProfileKind::kFailed;
+  }
+  *label = Label(*input, found);
+  return ProfileKind::kBugReport;
+}
+
+}  // namespace
+
+bool EndsSection(std::string_view line) {
+  line = WithoutCr(line);
+  if (line.substr(0, kSectionOpen.size()) == kSectionOpen) return true;
+  constexpr std::string_view kElapsed = "s elapsed]";
+  return !line.empty() && line[0] == '[' && line.size() > kElapsed.size() &&
+         line.substr(line.size() - kElapsed.size()) == kElapsed;
+}
+
+std::string_view SectionName(std::string_view line) {
+  line = WithoutCr(line);
+  if (line.substr(0, kSectionOpen.size()) != kSectionOpen) return {};
+  line.remove_prefix(kSectionOpen.size());
+  const size_t end = std::min(line.find(" ("), line.find(" ------"));
+  return end == std::string_view::npos ? std::string_view() : line.substr(0, end);
+}
+
+ProfileKind ReadBugReportProfile(const std::string& path, std::string* text, std::string* label,
+                                 std::string* error) {
+  struct stat st;
+  // The store refuses what is not a regular file, without waiting on it.
+  if (stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return ProfileKind::kPlain;
+  Input input;
+  if (!OpenInput(path, &input, error)) return ProfileKind::kFailed;
+  if (input.kind == InputKind::kText) return ProfileKind::kPlain;
+  return ReadProperties(&input, text, label, error);
+}
+
+ProfileKind TakeBugReportProfile(const std::string& name, std::string_view text,
+                                 std::string* section, std::string* label, std::string* error) {
+  Input input;
+  if (!OpenText(name, text, &input, error)) return ProfileKind::kFailed;
+  if (input.kind == InputKind::kText) return ProfileKind::kPlain;
+  return ReadProperties(&input, section, label, error);
+}
+
+}  // namespace kovani_tool
