@@ -7,6 +7,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <pthread.h>
+#include <sched.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -623,30 +624,59 @@ int kovani_copy_file(const char* src, const char* tgt) {
 
 namespace {
 
-// A read-once cache is filled by its first caller under this lock and then
-// published: a caller that meets it being filled waits, so none reads it
-// half filled, and later calls only load the flag. One lock serves every
-// cache: a fill reads properties and logs, and neither fills another cache.
-pthread_mutex_t read_once_mutex = PTHREAD_MUTEX_INITIALIZER;
+// A read-once cache, published with release/acquire ordering on its own
+// state. Each first caller fills a local copy, holding no lock across the
+// property reads and log lines that fill it, so a slow read stalls no other
+// cache and a fork never inherits a held lock; the first to finish copies
+// its own in. Concurrent first callers may each read the properties, which
+// the first-call rules allow, and every later call only loads the state.
+template <typename T>
+class ReadOnce {
+ public:
+  constexpr ReadOnce() = default;
 
-template <typename Fill>
-void fill_once(std::atomic<bool>* filled, Fill fill) {
-  if (filled->load(std::memory_order_acquire)) return;
-  const Locked lock(&read_once_mutex);
-  if (filled->load(std::memory_order_relaxed)) return;
-  fill();
-  filled->store(true, std::memory_order_release);
-}
+  // The published value or, before there is one, *local once fill has
+  // filled it. A caller that loses the race answers from the winner's
+  // value, or from its own while the winner is still copying.
+  template <typename Fill>
+  const T* get(T* local, Fill fill) {
+    if (state_.load(std::memory_order_acquire) == kPublished) return &value_;
+    fill(local);
+    int seen = kEmpty;
+    if (!state_.compare_exchange_strong(seen, kCopying, std::memory_order_acquire)) {
+      return seen == kPublished ? &value_ : local;
+    }
+    value_ = *local;
+    state_.store(kPublished, std::memory_order_release);
+    return &value_;
+  }
+
+  // For callers that hand the cache itself out: waits out another caller's
+  // copy into it, which holds no lock and calls nothing.
+  const T* published() const {
+    while (state_.load(std::memory_order_acquire) != kPublished) sched_yield();
+    return &value_;
+  }
+
+ private:
+  enum : int { kEmpty, kCopying, kPublished };
+  std::atomic<int> state_{kEmpty};
+  T value_{};
+};
+
+struct Text {
+  char text[kTextBufSize];
+};
 
 // A read-once property, terminated at its last byte, so a value of 255
 // characters or more is cut there.
-const char* read_property_once(char* value, std::atomic<bool>* fetched, const char* property,
+const char* read_property_once(ReadOnce<Text>* cache, Text* local, const char* property,
                                const char* default_value) {
-  fill_once(fetched, [=] {
-    kovani_get_property_value(property, value, default_value);
-    value[kTextBufSize - 1] = '\0';
+  const Text* value = cache->get(local, [=](Text* fill) {
+    kovani_get_property_value(property, fill->text, default_value);
+    fill->text[kTextBufSize - 1] = '\0';
   });
-  return value;
+  return value->text;
 }
 
 bool equals(const char* value, const char* literal) { return strcmp(value, literal) == 0; }
@@ -658,9 +688,9 @@ bool contains(const char* value, const char* marker) { return strstr(value, mark
 // Each predicate owns its cache; `test` is an expression over `val`.
 #define KOVANI_DEFINE_BUILD_PREDICATE(func, property, default_value, test, yes_text, no_text) \
   bool func(void) {                                                                           \
-    static char value[kTextBufSize];                                                          \
-    static std::atomic<bool> fetched;                                                         \
-    const char* val = read_property_once(value, &fetched, property, default_value);           \
+    static ReadOnce<Text> cache;                                                              \
+    Text local{};                                                                             \
+    const char* val = read_property_once(&cache, &local, property, default_value);            \
     const bool ret = (test);                                                                  \
     if (ret) {                                                                                \
       KOVANI_UTILS_LOG_DBG(yes_text ", val = %s, ret = %d", val, ret);                        \
@@ -719,14 +749,24 @@ bool kovani_is_user_version(void) {
   return ret;
 }
 
+namespace {
+
+struct BuildVersion {
+  char profile[kTextBufSize];
+  char incremental[kTextBufSize];
+};
+
+}  // namespace
+
 int kovani_build_type_get(void) {
-  static char profile[kTextBufSize];
-  static char incremental[kTextBufSize];
-  static std::atomic<bool> fetched;
-  fill_once(&fetched, [] {
-    kovani_get_property_value("ro.vendor.radio.build_profile", profile, "NULL");
-    kovani_get_property_value("ro.build.version.incremental", incremental, "");
+  static ReadOnce<BuildVersion> cache;
+  BuildVersion local{};
+  const BuildVersion* build = cache.get(&local, [](BuildVersion* value) {
+    kovani_get_property_value("ro.vendor.radio.build_profile", value->profile, "NULL");
+    kovani_get_property_value("ro.build.version.incremental", value->incremental, "");
   });
+  const char* profile = build->profile;
+  const char* incremental = build->incremental;
   // The order is the tie-break; the profile's -dev and -stable are not
   // consulted, only the incremental version tells DEV from STABLE.
   if (kovani_is_cert_version()) {
@@ -776,19 +816,19 @@ bool kovani_get_single_sim_flag(void) {
 }
 
 const char* kovani_device_name_get(void) {
-  static char value[kTextBufSize];
-  static std::atomic<bool> fetched;
-  const char* name = read_property_once(value, &fetched, "ro.product.device", "");
+  static ReadOnce<Text> cache;
+  Text local{};
+  const char* name = read_property_once(&cache, &local, "ro.product.device", "");
   KOVANI_UTILS_LOG_DBG("device_name: %s", name);
-  return name;
+  return cache.published()->text;
 }
 
 const char* kovani_build_region_get(void) {
-  static char value[kTextBufSize];
-  static std::atomic<bool> fetched;
-  const char* region = read_property_once(value, &fetched, "ro.nuvo.build.region", "NULL");
+  static ReadOnce<Text> cache;
+  Text local{};
+  const char* region = read_property_once(&cache, &local, "ro.nuvo.build.region", "NULL");
   KOVANI_UTILS_LOG_DBG("build_region: %s", region);
-  return region;
+  return cache.published()->text;
 }
 
 namespace {

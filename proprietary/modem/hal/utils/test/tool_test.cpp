@@ -67,8 +67,8 @@ const Case kCases[] = {
      {"\"device_name\": \"kestrel\""},
      {"=loaded 1 properties from standard input, skipped 0 lines\nloaded 1 properties from f, skipped 0 lines\n"
       "loaded 1 properties from standard input, skipped 0 lines\n"}},
-    {"ten_warnings_then_a_count", "(echo ro.product.device=k; for i in $(seq 12); do echo bad; done) >p; TOOL info --props p", 0,
-     {}, {"p:11: missing '='", "kovani-utils: 2 more bad lines not shown\n", "loaded 1 properties from p, skipped 12 lines\n"}},
+    {"ten_warnings_then_a_count", "(echo ro.product.device=k; for i in $(seq 150); do echo bad; done) >p; TOOL info --props p", 0,
+     {}, {"p:11: missing '='", "kovani-utils: 140 more bad lines not shown\n", "loaded 1 properties from p, skipped 150 lines\n"}},
     {"one_file_twice_counts_its_bad_lines_once",
      "(echo ro.product.device=k; for i in $(seq 12); do echo bad; done) >p; TOOL info --props p --props ./p", 0, {},
      {"kovani-utils: 2 more bad lines not shown\n", "loaded 1 properties from ./p, skipped 12 lines\n"}},
@@ -98,6 +98,8 @@ const Case kCases[] = {
      "printf '# notes\\ngarbage\\npersist.x=1\\n' >T; chmod 640 T; ln -s T S; TOOL ssr set dump --persist S; "
      "cat T; stat -c %a T; test -L S && echo link", 0,
      {"# notes\ngarbage\npersist.x=1\npersist.vendor.ssr.restart_level=ALL_DISABLE\n", "640\nlink\n"}, {"line kept as it is"}},
+    {"persistence_locked_by_another_process", "echo persist.x=1 >S; exec 9<S; flock 9; KOVANI_PROPERTY_LOCK_TIMEOUT=2 TOOL ssr get --persist S",
+     1, {}, {"kovani-utils: S: locked by another process; waiting up to 2 s\n", "cannot use persistence file 'S': still locked by another process after 2 s\n"}},
     {"persistence_refuses_a_foreign_file", "printf 'hello\\nro.x=1\\n' >G; TOOL ssr get --persist G; s=$?; cat G; exit $s", 1,
      {"=hello\nro.x=1\n"}, {"cannot use persistence file 'G': does not look like a persistence file"}},
     {"device", std::string(kFakeAdb) + "DEVICES=SER1:device TOOL info --json --device", 0,

@@ -126,6 +126,8 @@ struct Reports {
   bool repeat = false;     // a source loaded before, whose bad lines were counted
   std::string unreadable;  // why the last file was refused
   std::string unwritable;  // why a change did not reach the persistence file
+  // In every source but a repeat, shown or not.
+  unsigned long bad_lines = 0;
 } g_reports;
 
 // Bad lines are shown up to a limit, then counted.
@@ -134,6 +136,8 @@ void OnReport(int kind, const char* file, unsigned long line, const char* reason
     g_reports.unreadable = reason;
   } else if (kind == KOVANI_HOST_PROPERTY_UNWRITABLE) {
     if (g_reports.unwritable.empty()) g_reports.unwritable = reason;
+  } else if (kind == KOVANI_HOST_PROPERTY_WAITING) {
+    fprintf(stderr, "kovani-utils: %s: %s\n", file, reason);
   } else if (!g_reports.repeat) {
     if (++g_reports.warnings <= kShownWarnings) {
       fprintf(stderr, "%s:%lu: %s, line %s\n", file, line, reason,
@@ -412,6 +416,7 @@ int LoadSource(const std::string& file, const std::string& text, bool from_text)
   if (count < 0)
     return Fail("cannot read profile '%s': %s", file.c_str(), g_reports.unreadable.c_str());
   fprintf(stderr, "loaded %d properties from %s, skipped %lu lines\n", count, file.c_str(), bad);
+  if (!g_reports.repeat) g_reports.bad_lines += bad;
   if (count == 0) return Fail("no property in '%s'", file.c_str());
   return 0;
 }
@@ -488,9 +493,10 @@ int LoadProperties(const Options& options, std::string* profile) {
     status = LoadSource(*profile, dump, true);
   }
   if (status == 0) status = LoadFiles(files, profile);
-  if (g_reports.warnings > kShownWarnings) {
-    fprintf(stderr, "kovani-utils: %ld more bad lines not shown\n",
-            g_reports.warnings - kShownWarnings);
+  // The store reports only the first bad lines of each file, but counts all.
+  if (g_reports.bad_lines > kShownWarnings) {
+    fprintf(stderr, "kovani-utils: %lu more bad lines not shown\n",
+            g_reports.bad_lines - kShownWarnings);
   }
   if (status == 0 && !options.persist.empty() &&
       kovani_host_property_set_persist_file(options.persist.c_str()) < 0) {
