@@ -673,6 +673,7 @@ struct Text {
 const char* read_property_once(ReadOnce<Text>* cache, Text* local, const char* property,
                                const char* default_value) {
   const Text* value = cache->get(local, [=](Text* fill) {
+    *fill = Text{};
     kovani_get_property_value(property, fill->text, default_value);
     fill->text[kTextBufSize - 1] = '\0';
   });
@@ -689,7 +690,7 @@ bool contains(const char* value, const char* marker) { return strstr(value, mark
 #define KOVANI_DEFINE_BUILD_PREDICATE(func, property, default_value, test, yes_text, no_text) \
   bool func(void) {                                                                           \
     static ReadOnce<Text> cache;                                                              \
-    Text local{};                                                                             \
+    Text local;  /* filled only on a first call */                                            \
     const char* val = read_property_once(&cache, &local, property, default_value);            \
     const bool ret = (test);                                                                  \
     if (ret) {                                                                                \
@@ -760,8 +761,9 @@ struct BuildVersion {
 
 int kovani_build_type_get(void) {
   static ReadOnce<BuildVersion> cache;
-  BuildVersion local{};
+  BuildVersion local;  // filled only on a first call
   const BuildVersion* build = cache.get(&local, [](BuildVersion* value) {
+    *value = BuildVersion{};
     kovani_get_property_value("ro.vendor.radio.build_profile", value->profile, "NULL");
     kovani_get_property_value("ro.build.version.incremental", value->incremental, "");
   });
@@ -817,7 +819,7 @@ bool kovani_get_single_sim_flag(void) {
 
 const char* kovani_device_name_get(void) {
   static ReadOnce<Text> cache;
-  Text local{};
+  Text local;  // filled only on a first call
   const char* name = read_property_once(&cache, &local, "ro.product.device", "");
   KOVANI_UTILS_LOG_DBG("device_name: %s", name);
   return cache.published()->text;
@@ -825,7 +827,7 @@ const char* kovani_device_name_get(void) {
 
 const char* kovani_build_region_get(void) {
   static ReadOnce<Text> cache;
-  Text local{};
+  Text local;  // filled only on a first call
   const char* region = read_property_once(&cache, &local, "ro.nuvo.build.region", "NULL");
   KOVANI_UTILS_LOG_DBG("build_region: %s", region);
   return cache.published()->text;

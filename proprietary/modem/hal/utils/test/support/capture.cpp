@@ -50,7 +50,7 @@ Fn Real(const char* name) {
 }
 
 // Split into the parts golden lines name: "-" for a line without the frame.
-void Record(int priority, const char* format, va_list args) {
+__attribute__((format(printf, 2, 0))) void Record(int priority, const char* format, va_list args) {
   static const std::regex frame(R"([\s\S]*?\[\w+\.cpp:\d+\] (\w+): ([\s\S]*))");
   static const std::regex console(R"(RIL\[(\w+):\d+\]: ([\s\S]*)\n)");
   char text[8192];
@@ -64,7 +64,7 @@ void Record(int priority, const char* format, va_list args) {
 }
 
 // The library's console lines are recorded; gtest's own output passes.
-int Print(const char* format, va_list args) {
+__attribute__((format(printf, 1, 0))) int Print(const char* format, va_list args) {
   if (strncmp(format, "RIL[", 4) != 0) return vprintf(format, args);
   return Record(0, format, args), 0;
 }
@@ -271,11 +271,11 @@ void FailThreadStarts(bool fail) { g_fail_threads = fail; }
 using namespace kovani_test;
 
 // clang-format off
-extern "C" void vsyslog(int priority, const char* format, va_list args) { Record(priority, format, args); }
+extern "C" __attribute__((format(printf, 2, 0))) void vsyslog(int priority, const char* format, va_list args) { Record(priority, format, args); }
 // What glibc's fortified builds call instead.
-extern "C" void __vsyslog_chk(int priority, int, const char* format, va_list args) { Record(priority, format, args); }
+extern "C" __attribute__((format(printf, 3, 0))) void __vsyslog_chk(int priority, int, const char* format, va_list args) { Record(priority, format, args); }
 extern "C" int printf(const char* format, ...) { va_list a; va_start(a, format); const int n = Print(format, a); va_end(a); return n; }
-extern "C" int __printf_chk(int, const char* format, ...) { va_list a; va_start(a, format); const int n = Print(format, a); va_end(a); return n; }
+extern "C" __attribute__((format(printf, 2, 3))) int __printf_chk(int, const char* format, ...) { va_list a; va_start(a, format); const int n = Print(format, a); va_end(a); return n; }
 // clang-format on
 
 // /proc, or what stands for it.
