@@ -44,7 +44,7 @@ const struct { const char *name, *before, *calls, *results, *after; } kSequences
     {"empty_is_dump", ",ALL_ENABLE,yes", "g", "2", ",ALL_ENABLE,yes"},
     {"case_counts", "all_enable,ALL_ENABLE,yes", "g", "3", "all_enable,ALL_ENABLE,yes"},
     {"def_wins", "ALL_ENABLE,ALL_ENABLE,yes", "g", "0", "ALL_ENABLE,ALL_ENABLE,yes"},
-    {"any_flag_counts", "ALL_ENABLE,ALL_DISABLE,x", "g", "1", "ALL_ENABLE,ALL_DISABLE,x"},
+    {"any_flag_counts", "ALL_ENABLE,ALL_DISABLE,x", "g 2", "1 1", "ALL_DISABLE,ALL_DISABLE,x"},
     {"dump", "ALL_DISABLE,,yes", "g", "2", "ALL_DISABLE,,yes"},
 };
 // clang-format on
