@@ -46,6 +46,7 @@ const struct { const char *name, *before, *calls, *results, *after; } kSequences
     {"def_wins", "ALL_ENABLE,ALL_ENABLE,yes", "g", "0", "ALL_ENABLE,ALL_ENABLE,yes"},
     {"any_flag_counts", "ALL_ENABLE,ALL_DISABLE,x", "g 2", "1 1", "ALL_DISABLE,ALL_DISABLE,x"},
     {"dump", "ALL_DISABLE,,yes", "g", "2", "ALL_DISABLE,,yes"},
+    {"one_character_level", "x,ALL_ENABLE,yes", "g", "3", "x,ALL_ENABLE,yes"},
 };
 // clang-format on
 
