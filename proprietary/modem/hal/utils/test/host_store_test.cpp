@@ -275,6 +275,14 @@ TEST_F(HostStore, lock_wait_is_bounded) {
   ASSERT_EQ(0, kovani_host_property_set_persist_file(f.c_str()));
   const int holder = open(f.c_str(), O_RDONLY | O_CLOEXEC);
   ASSERT_EQ(0, flock(holder, LOCK_EX));
+  // No wait at all, and no helper thread left behind waiting for the lock.
+  const auto tasks = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+  };
+  const auto before = tasks();
+  setenv(KOVANI_HOST_PROPERTY_LOCK_TIMEOUT_ENV, "0", 1);
+  EXPECT_EQ(0, property_set("persist.a", "3"));
+  EXPECT_EQ(before, tasks());
   setenv(KOVANI_HOST_PROPERTY_LOCK_TIMEOUT_ENV, "1", 1);
   EXPECT_EQ(0, property_set("persist.a", "2"));
   setenv(KOVANI_HOST_PROPERTY_LOCK_TIMEOUT_ENV, "2", 1);
@@ -282,7 +290,8 @@ TEST_F(HostStore, lock_wait_is_bounded) {
   unsetenv(KOVANI_HOST_PROPERTY_LOCK_TIMEOUT_ENV);
   close(holder);
   EXPECT_EQ("persist.a=1\n", ReadFile(f));
-  EXPECT_EQ("4 " + f + ":0: still locked by another process after 1 s\n5 " + f +
+  EXPECT_EQ("4 " + f + ":0: still locked by another process after 0 s\n4 " + f +
+                ":0: still locked by another process after 1 s\n5 " + f +
                 ":0: locked by another process; waiting up to 2 s\n3 " + f +
                 ":0: still locked by another process after 2 s\n",
             g_reports);

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <climits>
@@ -177,13 +178,24 @@ struct BlockingFlock {
   int err = 0;
 };
 
+// A helper stays blocked after its caller gave up until the holder lets go;
+// a holder that never does must not cost a thread per change.
+std::atomic<int> blocked_helpers{0};
+constexpr int kMaxBlockedHelpers = 4;
+
+// nullptr with why->err 0 when enough helpers are already blocked.
 std::shared_ptr<BlockingFlock> start_blocking_flock(int fd, Failure* why) {
+  if (blocked_helpers.fetch_add(1) >= kMaxBlockedHelpers) {
+    blocked_helpers.fetch_sub(1);
+    return nullptr;
+  }
   auto call = std::make_shared<BlockingFlock>();
   // The helper's own descriptor of the same open file, which the lock
   // belongs to: if the caller has given up and closed its own by the time
   // the lock comes, closing this one drops it again.
   const int own = ::fcntl(fd, F_DUPFD_CLOEXEC, 0);
   if (own < 0) {
+    blocked_helpers.fetch_sub(1);
     *why = failure(errno);
     return nullptr;
   }
@@ -194,6 +206,7 @@ std::shared_ptr<BlockingFlock> start_blocking_flock(int fd, Failure* why) {
       }
       const int err = rc == 0 ? 0 : errno;
       ::close(own);
+      blocked_helpers.fetch_sub(1);
       const std::lock_guard<std::mutex> lock(call->mu);
       call->done = true;
       call->err = err;
@@ -201,6 +214,7 @@ std::shared_ptr<BlockingFlock> start_blocking_flock(int fd, Failure* why) {
     }).detach();
   } catch (const std::system_error& e) {
     ::close(own);
+    blocked_helpers.fetch_sub(1);
     *why = failure(e.code().value());
     return nullptr;
   }
@@ -212,7 +226,8 @@ std::shared_ptr<BlockingFlock> start_blocking_flock(int fd, Failure* why) {
 // let a process that changes the file in a loop take the lock back, again
 // and again, before any poller looks. So a busy lock is waited for by a
 // blocking call on a helper thread, which the kernel wakes as soon as the
-// lock comes free, and the caller waits for that up to the time limit.
+// lock comes free, and the caller waits for that up to the time limit. Only
+// when earlier waits' helpers are still blocked does it poll.
 class LockWait {
  public:
   explicit LockWait(const LockWaitNotice& notice)
@@ -227,23 +242,35 @@ class LockWait {
       *why = failure(errno);
       return false;
     }
-    const std::shared_ptr<BlockingFlock> call = start_blocking_flock(fd, why);
-    if (call == nullptr) return false;
-    std::unique_lock<std::mutex> lock(call->mu);
-    const auto done = [&call] { return call->done; };
     const Clock::time_point deadline = start_ + limit_;
+    bool locked = false;
+    if (Clock::now() < deadline) {
+      *why = Failure{};
+      const std::shared_ptr<BlockingFlock> call = start_blocking_flock(fd, why);
+      if (call != nullptr) return wait_for(call.get(), deadline, why);
+      if (why->err != 0) return false;
+      locked = poll(fd, deadline, why);
+      if (!locked && why->err != 0) return false;
+    }
+    if (!locked) *why = still_locked();
+    return locked;
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  bool wait_for(BlockingFlock* call, Clock::time_point deadline, Failure* why) {
+    std::unique_lock<std::mutex> lock(call->mu);
+    const auto done = [call] { return call->done; };
     bool locked = call->cv.wait_until(lock, std::min(start_ + kLockNoticeAfter, deadline), done);
     if (!locked && Clock::now() < deadline) {
-      if (!noticed_) {
-        noticed_ = true;
-        lock.unlock();  // the notice may take its time
-        notice_.fn("locked by another process; waiting up to " + seconds() + " s", notice_.cookie);
-        lock.lock();
-      }
+      lock.unlock();  // the notice may take its time
+      notice();
+      lock.lock();
       locked = call->cv.wait_until(lock, deadline, done);
     }
     if (!locked) {
-      *why = failure(EWOULDBLOCK, "still locked by another process after " + seconds() + " s");
+      *why = still_locked();
       return false;
     }
     if (call->err != 0) {
@@ -253,8 +280,28 @@ class LockWait {
     return true;
   }
 
- private:
-  using Clock = std::chrono::steady_clock;
+  bool poll(int fd, Clock::time_point deadline, Failure* why) {
+    for (;;) {
+      if (Clock::now() >= start_ + kLockNoticeAfter) notice();
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+      if (::flock(fd, LOCK_EX | LOCK_NB) == 0) return true;
+      if (errno != EWOULDBLOCK && errno != EINTR) {
+        *why = failure(errno);
+        return false;
+      }
+      if (Clock::now() >= deadline) return false;
+    }
+  }
+
+  void notice() {
+    if (noticed_) return;
+    noticed_ = true;
+    notice_.fn("locked by another process; waiting up to " + seconds() + " s", notice_.cookie);
+  }
+
+  Failure still_locked() const {
+    return failure(EWOULDBLOCK, "still locked by another process after " + seconds() + " s");
+  }
 
   std::string seconds() const { return std::to_string(limit_.count()); }
 
