@@ -450,23 +450,12 @@ int LoadFiles(const std::vector<std::string>& files, std::string* profile) {
   return status;
 }
 
-void KeepReason(int, const char*, unsigned long, const char* reason, void* cookie) {
-  *static_cast<std::string*>(cookie) = reason;
-}
-
-// Why the store would refuse NAME=VALUE as a profile line, or "". It judges
-// "[NAME]: [VALUE]", the form that keeps the value's blanks, with line
-// breaks as blanks so that the value stays on one line.
+// Why the store would refuse NAME=VALUE as a profile line, or "".
 std::string SetpropProblem(const std::string& entry) {
-  const std::string name = entry.substr(0, entry.find('='));
-  if (kovani_host_property_seed(name.c_str(), "") != 0) return "invalid property name";
-  std::string line = "[" + name + "]: [" + entry.substr(name.size() + 1) + "]";
-  std::replace(line.begin(), line.end(), '\n', ' ');
-  std::string reason;
-  kovani_host_property_set_reporter(KeepReason, &reason);
-  kovani_host_property_load_text("--setprop", line.data(), line.size(), nullptr);
-  kovani_host_property_set_reporter(OnReport, nullptr);
-  return reason;
+  const size_t equals = entry.find('=');
+  const char* problem = kovani_host_property_problem(entry.substr(0, equals).c_str(),
+                                                     entry.c_str() + equals + 1);
+  return problem == nullptr ? "" : problem;
 }
 
 // The device or the profiles in order, later ones winning, then the

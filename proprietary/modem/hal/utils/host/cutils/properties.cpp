@@ -313,6 +313,11 @@ extern "C" int kovani_host_property_load_text(const char* source, const char* te
   });
 }
 
+extern "C" const char* kovani_host_property_problem(const char* name, const char* value) {
+  if (name == nullptr || !kovani_host::is_valid_name(name)) return "invalid property name";
+  return kovani_host::value_problem(name, value == nullptr ? "" : value);
+}
+
 extern "C" int kovani_host_property_seed(const char* name, const char* value) {
   if (name == nullptr) return -1;
   return with_store(-1, [&](Store& s) {

@@ -113,6 +113,13 @@ __attribute__((visibility("default"))) int kovani_host_property_load_text(
     const char* source, const char* text, size_t size, unsigned long* bad_lines);
 
 /*
+ * Why a profile line setting name to value would be refused ("invalid
+ * property name", or the value's problem), or NULL when it would load.
+ */
+__attribute__((visibility("default"))) const char* kovani_host_property_problem(
+    const char* name, const char* value);
+
+/*
  * Sets a property regardless of write-once and value rules; only the name
  * must be valid. Returns 0 or -1. Never writes the persistence file.
  */
