@@ -118,7 +118,6 @@ int Print(const std::string& text) {
   return 0;
 }
 
-
 // ---- What the property store reports ----
 
 struct Reports {
@@ -453,8 +452,8 @@ int LoadFiles(const std::vector<std::string>& files, std::string* profile) {
 // Why the store would refuse NAME=VALUE as a profile line, or "".
 std::string SetpropProblem(const std::string& entry) {
   const size_t equals = entry.find('=');
-  const char* problem = kovani_host_property_problem(entry.substr(0, equals).c_str(),
-                                                     entry.c_str() + equals + 1);
+  const char* problem =
+      kovani_host_property_problem(entry.substr(0, equals).c_str(), entry.c_str() + equals + 1);
   return problem == nullptr ? "" : problem;
 }
 
