@@ -179,7 +179,8 @@ bool OpenZip(FdSource* file, Input* input, std::string* error) {
     *error = Quoted(input->name) + " is a zip archive without a bug report (no bugreport-*.txt)";
     return false;
   }
-  input->entry = zip_get_name(archive, static_cast<zip_uint64_t>(index), 0);
+  // Only ever shown: the entry is read by its index.
+  input->entry = Shown(zip_get_name(archive, static_cast<zip_uint64_t>(index), 0));
   zip_file_t* entry = zip_fopen_index(archive, static_cast<zip_uint64_t>(index), 0);
   if (entry == nullptr) {
     *error =
@@ -193,6 +194,21 @@ bool OpenZip(FdSource* file, Input* input, std::string* error) {
 }
 
 }  // namespace
+
+std::string Shown(std::string_view text) {
+  std::string shown;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte >= 0x20 && byte != 0x7f) {
+      shown.push_back(c);
+      continue;
+    }
+    char escaped[8];
+    snprintf(escaped, sizeof(escaped), "\\x%02x", byte);
+    shown += escaped;
+  }
+  return shown;
+}
 
 std::string Quoted(const std::string& name) {
   return name == "standard input" ? name : "'" + name + "'";

@@ -48,6 +48,10 @@ struct Input {
   std::unique_ptr<ByteSource> source;  // from the first byte of the text
 };
 
+// Bytes from outside the tool as text output shows them: control
+// characters, which a terminal would act on, as \xNN.
+std::string Shown(std::string_view text);
+
 // An input's name as messages show it: quoted, unless it is standard input.
 std::string Quoted(const std::string& name);
 

@@ -30,6 +30,7 @@
 #include <vector>
 
 #include "bugreport.h"
+#include "input_source.h"
 #include "kovani_host_properties.h"
 #include "kovani_utils.h"
 #include "log_command.h"
@@ -63,21 +64,6 @@ __attribute__((format(printf, 2, 3))) void Append(std::string* text, const char*
   const int n = vsnprintf(line, sizeof(line), format, args);
   va_end(args);
   text->append(line, n < 0 ? 0 : std::min<size_t>(static_cast<size_t>(n), sizeof(line) - 1));
-}
-
-// Bytes from outside the tool as messages show them: a control character
-// would act on the user's terminal, so it is written as \xNN.
-std::string Escaped(const std::string& bytes) {
-  std::string shown;
-  for (const char c : bytes) {
-    const unsigned char byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte == 0x7f) {
-      Append(&shown, "\\x%02x", byte);
-    } else {
-      shown += c;
-    }
-  }
-  return shown;
 }
 
 // ---- Standard streams ----
@@ -321,7 +307,7 @@ bool RunAdb(const std::vector<std::string>& args, int timeout, std::string* out,
             std::string* error) {
   const AdbRun run = StartAdb(args, timeout, out);
   std::string command = "adb";
-  for (const std::string& arg : args) command += " " + Escaped(arg);
+  for (const std::string& arg : args) command += " " + kovani_tool::Shown(arg);
   std::istringstream lines(run.err);
   std::string message;
   for (std::string line; std::getline(lines, line);) {
@@ -344,7 +330,7 @@ bool RunAdb(const std::vector<std::string>& args, int timeout, std::string* out,
   } else if (run.end == AdbEnd::kReadFailed) {
     *error = "cannot read from adb: " + std::string(strerror(run.read_error));
   } else if (!WIFEXITED(run.status) || WEXITSTATUS(run.status) != 0) {
-    *error = command + " failed" + (message.empty() ? "" : ": " + Escaped(message));
+    *error = command + " failed" + (message.empty() ? "" : ": " + kovani_tool::Shown(message));
   }
   return error->empty();
 }
@@ -361,7 +347,7 @@ bool ReadDevice(std::string serial, int timeout, std::string* dump, std::string*
     char name[256], state[64];
     if (sscanf(list.substr(at + 1, end - at - 1).c_str(), "%255s %63s", name, state) == 2) {
       states[name] = state;
-      serials += (serials.empty() ? "" : ", ") + Escaped(name);
+      serials += (serials.empty() ? "" : ", ") + kovani_tool::Shown(name);
     }
     at = end;
   }
@@ -373,11 +359,12 @@ bool ReadDevice(std::string serial, int timeout, std::string* dump, std::string*
     serial = states.begin()->first;
   }
   if (!error->empty()) return false;
-  *source = "adb:" + Escaped(serial);
+  *source = "adb:" + kovani_tool::Shown(serial);
   if (states.count(serial) == 0) {
-    *error = "device '" + Escaped(serial) + "' is not connected";
+    *error = "device '" + kovani_tool::Shown(serial) + "' is not connected";
   } else if (states[serial] != "device") {
-    *error = "device '" + Escaped(serial) + "' is " + Escaped(states[serial]) + ", not ready";
+    *error = "device '" + kovani_tool::Shown(serial) + "' is " +
+             kovani_tool::Shown(states[serial]) + ", not ready";
   }
   return error->empty() && RunAdb({"-s", serial, "exec-out", "getprop"}, timeout, dump, error);
 }
@@ -465,7 +452,7 @@ int LoadProperties(const Options& options, std::string* profile) {
   for (const std::string& entry : options.setprops) {
     const std::string problem = SetpropProblem(entry);
     if (!problem.empty()) {
-      fprintf(stderr, "kovani-utils: --setprop '%s': %s\n", Escaped(entry).c_str(),
+      fprintf(stderr, "kovani-utils: --setprop '%s': %s\n", kovani_tool::Shown(entry).c_str(),
               problem.c_str());
       return kExitUsage;
     }
@@ -496,7 +483,7 @@ int LoadProperties(const Options& options, std::string* profile) {
     const std::string& entry = options.setprops[i];
     const size_t eq = entry.find('=');
     if (kovani_host_property_seed(entry.substr(0, eq).c_str(), entry.c_str() + eq + 1) != 0) {
-      return Fail("cannot set --setprop '%s'", Escaped(entry).c_str());
+      return Fail("cannot set --setprop '%s'", kovani_tool::Shown(entry).c_str());
     }
   }
   return status;
@@ -611,12 +598,12 @@ int RunInfo(const Options& options) {
   Append(&text, "profile:             %s%s\n", profile.c_str(),
          options.props.empty() && !options.FromDevice() ? " (built-in sample)" : "");
   Append(&text, "build type:          %d %s\n", build_type, BuildTypeName(build_type));
-  Append(&text, "device name:         %s\n", device.c_str());
-  Append(&text, "build region:        %s\n", region.c_str());
-  Append(&text, "vendor build region: %s (%s)\n", vendor_region.c_str(),
+  Append(&text, "device name:         %s\n", kovani_tool::Shown(device).c_str());
+  Append(&text, "build region:        %s\n", kovani_tool::Shown(region).c_str());
+  Append(&text, "vendor build region: %s (%s)\n", kovani_tool::Shown(vendor_region).c_str(),
          vendor_configured ? "configured" : "not configured");
   Append(&text, "single SIM:          %s\n", single_sim ? "yes" : "no");
-  Append(&text, "SSR level:           %s\n", ssr_level.c_str());
+  Append(&text, "SSR level:           %s\n", kovani_tool::Shown(ssr_level).c_str());
   Append(&text, "SSR type:            %d %s%s\n", ssr_type, SsrTypeName(ssr_type),
          saved_now ? " (no default was saved: this level is now the default, in memory)" : "");
   Append(&text, "predicates:\n");
@@ -658,11 +645,13 @@ int RunSsr(const Options& options, bool set, const std::string& level) {
     Append(&text, "SSR type:      %d %s\n", report["ssr_type"].get<int>(),
            report["ssr_type_name"].get<std::string>().c_str());
   }
-  Append(&text, "SSR level:     %s\n", report["ssr_level"].get<std::string>().c_str());
-  Append(&text, "saved default: %s\n",
-         report["default_saved"].get<bool>()
-             ? ("\"" + report["saved_default"].get<std::string>() + "\"").c_str()
-             : "(none saved)");
+  Append(&text, "SSR level:     %s\n",
+         kovani_tool::Shown(report["ssr_level"].get<std::string>()).c_str());
+  Append(
+      &text, "saved default: %s\n",
+      report["default_saved"].get<bool>()
+          ? ("\"" + kovani_tool::Shown(report["saved_default"].get<std::string>()) + "\"").c_str()
+          : "(none saved)");
   return Print(text);
 }
 

@@ -248,23 +248,6 @@ std::string Indented(const std::string& text, const char* indent) {
   return out;
 }
 
-// Text from the log as the text report shows it: control bytes, which a
-// terminal would act on, as \xNN.
-std::string Shown(std::string_view text) {
-  std::string shown;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte >= 0x20 && byte != 0x7f) {
-      shown.push_back(c);
-      continue;
-    }
-    char escaped[8];
-    snprintf(escaped, sizeof(escaped), "\\x%02x", byte);
-    shown += escaped;
-  }
-  return shown;
-}
-
 std::string Hex(uint32_t id) {
   char text[16];
   snprintf(text, sizeof(text), "0x%08x", id);
