@@ -9,10 +9,11 @@
 // in order, each after the one before it of its sink and thread, with other
 // lines allowed between (FileCheck's rules). Mark "+": the very next line of
 // that sink and thread, switch announcements aside. Mark "!": no such line
-// anywhere in that sink and thread. Lines without @N are the capturing
-// thread's; @1, @2... are other threads, each bound to the thread of its
-// first line found. In a body, {{regex}} matches variable text and [[NAME]]
-// is a value the test gives. '#' starts a comment line.
+// anywhere in that sink, from any thread (only thread N's with @N). Other
+// lines without @N are the capturing thread's; @1, @2... are other threads,
+// each bound to the thread of its first line found. In a body, {{regex}}
+// matches variable text and [[NAME]] is a value the test gives. '#' starts a
+// comment line.
 #include <dirent.h>
 #include <dlfcn.h>
 #include <errno.h>
@@ -21,6 +22,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <filesystem>
@@ -78,7 +80,8 @@ void* StartWhenReleased(void* held) {
   const HeldStart h = *static_cast<HeldStart*>(held);
   delete static_cast<HeldStart*>(held);
   std::unique_lock<std::mutex> lock(g_mutex);
-  g_released.wait(lock, [] { return !g_hold_threads; });
+  // Bounded, so a test that stops before releasing them hangs no other.
+  g_released.wait_for(lock, std::chrono::seconds(10), [] { return !g_hold_threads; });
   lock.unlock();
   return h.start(h.arg);
 }
@@ -123,7 +126,9 @@ std::map<std::string, Section> Parse(const std::string& file) {
   for (auto [number, text] = std::pair{1, std::string()}; std::getline(in, text); ++number) {
     if (text.rfind("== ", 0) == 0) {
       const size_t end = text.find(' ', 3);
-      section = &(sections[text.substr(3, end - 3)] = {number, text.substr(end + 1) == "only", {}});
+      const std::string name = text.substr(3, end - 3);
+      if (sections.count(name) != 0) ADD_FAILURE_AT(file.c_str(), number) << "again: " << name;
+      section = &(sections[name] = {number, text.substr(end + 1) == "only", {}});
     } else if (section != nullptr && std::regex_match(text, m, line)) {
       section->lines.push_back({number, m[1].length() ? m[1].str()[0] : ' ', m[2].str()[0],
                                 m[3].matched ? std::stoi(m[3]) : 0, m[4], m[5]});
@@ -185,9 +190,16 @@ void ExpectLog(const Capture& capture, const std::string& where, const Vars& var
   std::map<std::pair<bool, int>, size_t> cursor;  // by sink and thread label
   std::vector<bool> used(lines.size());
   for (const Expected& e : found->second.lines) {
+    static const std::regex named(R"(\[\[(.*?)\]\])");
+    for (std::sregex_iterator v(e.body.begin(), e.body.end(), named), none; v != none; ++v) {
+      if (vars.count((*v)[1]) == 0) {
+        ADD_FAILURE_AT(file.c_str(), e.number) << "the test gives no [[" << (*v)[1] << "]]";
+      }
+    }
     const bool console = e.kind == 'C';
     const auto belongs = [&](const LogLine& l) {
       if ((l.priority == 0) != console) return false;
+      if (e.mark == '!' && e.thread == 0) return true;
       if (bound.count(e.thread) != 0) return l.thread == bound[e.thread];
       return std::none_of(bound.begin(), bound.end(),
                           [&](auto& b) { return b.second == l.thread; });
