@@ -131,7 +131,7 @@ const Case kCases[] = {
       "bugreport.zip (SYSTEM PROPERTIES section of bugreport-kestrel-UP1A.231005.007-2024-11-23-08-10-00.txt), skipped 1 lines\n",
       "loaded 4 properties from standard input (SYSTEM PROPERTIES section), skipped 1 lines\n"}},
     {"bug_report_refused_or_without_properties", "sed '/SYSTEM PROPERTIES/,/duration of/d' IN/bugreport.txt >r; "
-     "TOOL info --props r; TOOL info --props IN/no_report.zip; TOOL info --props - <IN/bugreport.zip", 1, {"="},
+     "TOOL info --props r; TOOL info --props IN/no_report.zip; cat IN/bugreport.zip | TOOL info --props -", 1, {"="},
      {"no property in 'r (bug report without a SYSTEM PROPERTIES section)'\n",
       "no_report.zip' is a zip archive without a bug report (no bugreport-*.txt)\n",
       "kovani-utils: standard input is a zip archive: give it as a file name\n"}},

@@ -1,5 +1,6 @@
 #include "bugreport.h"
 
+#include <errno.h>
 #include <string.h>
 #include <sys/stat.h>
 
@@ -88,12 +89,24 @@ ProfileKind ReadBugReportProfile(const std::string& path, std::string* text, std
   return ReadProperties(&input, text, label, error);
 }
 
-ProfileKind TakeBugReportProfile(const std::string& name, std::string_view text,
-                                 std::string* section, std::string* label, std::string* error) {
+ProfileKind ReadStandardInputProfile(std::string* text, std::string* label, std::string* error) {
   Input input;
-  if (!OpenText(name, text, &input, error)) return ProfileKind::kFailed;
-  if (input.kind == InputKind::kText) return ProfileKind::kPlain;
-  return ReadProperties(&input, section, label, error);
+  if (!OpenInput("-", &input, error)) return ProfileKind::kFailed;
+  if (input.kind != InputKind::kText) return ReadProperties(&input, text, label, error);
+  text->clear();
+  char buf[65536];
+  for (ssize_t n; (n = input.source->Read(buf, sizeof(buf))) != 0;) {
+    if (n < 0) {
+      *error = "cannot read standard input: " + input.source->error();
+      return ProfileKind::kFailed;
+    }
+    text->append(buf, static_cast<size_t>(n));
+    if (text->size() > KOVANI_HOST_PROPERTY_FILE_MAX) {
+      *error = std::string("cannot read standard input: ") + strerror(EFBIG);
+      return ProfileKind::kFailed;
+    }
+  }
+  return ProfileKind::kPlain;
 }
 
 }  // namespace kovani_tool

@@ -31,9 +31,10 @@ enum class ProfileKind {
 // *label the file and the section used (or that it has none).
 ProfileKind ReadBugReportProfile(const std::string& path, std::string* text, std::string* label,
                                  std::string* error);
-// The same for text already read whole, named name.
-ProfileKind TakeBugReportProfile(const std::string& name, std::string_view text,
-                                 std::string* section, std::string* label, std::string* error);
+// The same for standard input, which is read once and only as far as
+// needed: a bug report's up to the end of its properties section, other
+// text whole into *text (kPlain) for the store, at most 64 MiB of it.
+ProfileKind ReadStandardInputProfile(std::string* text, std::string* label, std::string* error);
 
 }  // namespace kovani_tool
 

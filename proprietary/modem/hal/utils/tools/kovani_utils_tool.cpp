@@ -131,24 +131,6 @@ void OnReport(int kind, const char* file, unsigned long line, const char* reason
   }
 }
 
-// ---- Reading the properties ----
-
-// All of fd, up to the store's limit; false with errno set.
-bool ReadAll(int fd, std::string* text) {
-  char buf[65536];
-  for (;;) {
-    const ssize_t n = read(fd, buf, sizeof(buf));
-    if (n == 0) return true;
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) return false;
-    text->append(buf, static_cast<size_t>(n));
-    if (text->size() > KOVANI_HOST_PROPERTY_FILE_MAX) {
-      errno = EFBIG;
-      return false;
-    }
-  }
-}
-
 // ---- adb ----
 
 // A signal that asked the tool to stop while adb ran, or 0.
@@ -410,27 +392,33 @@ int LoadSource(const std::string& file, const std::string& text, bool from_text)
 // The profiles in order, later ones winning. 0, or the exit status.
 int LoadFiles(const std::vector<std::string>& files, std::string* profile) {
   std::set<std::pair<dev_t, ino_t>> loaded;
-  std::string input;  // standard input, read once however often it is named
-  bool input_read = false;
+  // Standard input, read once however often it is named.
+  kovani_tool::ProfileKind input_kind = kovani_tool::ProfileKind::kFailed;
+  std::string input, input_label;
   int status = 0;
   for (size_t i = 0; i < files.size() && status == 0; ++i) {
     const bool from_input = files[i] == "-";
     *profile = from_input ? "standard input" : files[i];
-    if (from_input && !input_read && !ReadAll(STDIN_FILENO, &input)) {
-      return Fail("cannot read standard input: %s", strerror(errno));
-    }
-    input_read = input_read || from_input;
     struct stat file = {};
     const int known = from_input ? fstat(STDIN_FILENO, &file) : stat(files[i].c_str(), &file);
     g_reports.repeat = known == 0 && !loaded.insert({file.st_dev, file.st_ino}).second;
     // A bug report's properties section, or the file as it is.
     std::string section, label, error;
-    const kovani_tool::ProfileKind kind =
-        from_input ? kovani_tool::TakeBugReportProfile(*profile, input, &section, &label, &error)
-                   : kovani_tool::ReadBugReportProfile(files[i], &section, &label, &error);
-    if (kind == kovani_tool::ProfileKind::kFailed) return Fail("%s", error.c_str());
+    kovani_tool::ProfileKind kind;
+    if (from_input) {
+      if (input_kind == kovani_tool::ProfileKind::kFailed) {
+        input_kind = kovani_tool::ReadStandardInputProfile(&input, &input_label, &error);
+        if (input_kind == kovani_tool::ProfileKind::kFailed) return Fail("%s", error.c_str());
+      }
+      kind = input_kind;
+      section = input;
+      label = input_label;
+    } else {
+      kind = kovani_tool::ReadBugReportProfile(files[i], &section, &label, &error);
+      if (kind == kovani_tool::ProfileKind::kFailed) return Fail("%s", error.c_str());
+    }
     const bool report = kind == kovani_tool::ProfileKind::kBugReport;
-    status = LoadSource(report ? label : *profile, report ? section : input, from_input || report);
+    status = LoadSource(report ? label : *profile, section, from_input || report);
   }
   g_reports.repeat = false;
   return status;
