@@ -137,6 +137,7 @@ class LogWriter {
     va_start(args, format);
     n += vsnprintf(line + n, sizeof(line) - static_cast<size_t>(n) - 1, format, args);
     va_end(args);
+    n = std::min(n, static_cast<int>(sizeof(line)) - 2);  // a longer line is cut
     line[n++] = '\n';
     buffer_.append(line, static_cast<size_t>(n));
     if (buffer_.size() >= kChunk) Flush();

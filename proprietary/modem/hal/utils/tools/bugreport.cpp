@@ -15,7 +15,7 @@ namespace {
 constexpr std::string_view kSectionOpen = "------ ";
 
 std::string Label(const Input& input, bool found) {
-  const std::string in = input.entry.empty() ? "" : " of " + input.entry;
+  const std::string in = input.entry.empty() ? "" : " of " + Shown(input.entry);
   return input.name + (found ? " (" + std::string(kPropertiesSection) + " section" + in + ")"
                              : " (bug report" + in + " without a " +
                                    std::string(kPropertiesSection) + " section)");

@@ -4,6 +4,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -179,12 +180,11 @@ bool OpenZip(FdSource* file, Input* input, std::string* error) {
     *error = Quoted(input->name) + " is a zip archive without a bug report (no bugreport-*.txt)";
     return false;
   }
-  // Only ever shown: the entry is read by its index.
-  input->entry = Shown(zip_get_name(archive, static_cast<zip_uint64_t>(index), 0));
+  input->entry = zip_get_name(archive, static_cast<zip_uint64_t>(index), 0);
   zip_file_t* entry = zip_fopen_index(archive, static_cast<zip_uint64_t>(index), 0);
   if (entry == nullptr) {
-    *error =
-        "cannot read " + input->entry + " in " + Quoted(input->name) + ": " + zip_strerror(archive);
+    *error = "cannot read " + Shown(input->entry) + " in " + Quoted(input->name) + ": " +
+             zip_strerror(archive);
     zip_discard(archive);
     return false;
   }
@@ -194,6 +194,23 @@ bool OpenZip(FdSource* file, Input* input, std::string* error) {
 }
 
 }  // namespace
+
+std::string Formatted(const char* format, va_list args) {
+  char line[512];
+  va_list again;
+  va_copy(again, args);
+  const int n = vsnprintf(line, sizeof(line), format, args);
+  std::string text;
+  if (n >= static_cast<int>(sizeof(line))) {
+    text.resize(static_cast<size_t>(n) + 1);
+    vsnprintf(text.data(), text.size(), format, again);
+    text.pop_back();
+  } else if (n > 0) {
+    text.assign(line, static_cast<size_t>(n));
+  }
+  va_end(again);
+  return text;
+}
 
 std::string Shown(std::string_view text) {
   std::string shown;

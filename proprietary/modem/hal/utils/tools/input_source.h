@@ -4,6 +4,7 @@
 #ifndef KOVANI_TOOLS_INPUT_SOURCE_H
 #define KOVANI_TOOLS_INPUT_SOURCE_H
 
+#include <stdarg.h>
 #include <stddef.h>
 #include <sys/types.h>
 
@@ -47,6 +48,9 @@ struct Input {
   InputKind kind = InputKind::kText;
   std::unique_ptr<ByteSource> source;  // from the first byte of the text
 };
+
+// printf's text of format and args, however long.
+std::string Formatted(const char* format, va_list args) __attribute__((format(printf, 1, 0)));
 
 // Bytes from outside the tool as text output shows them: control
 // characters, which a terminal would act on, as \xNN.

@@ -58,12 +58,10 @@ __attribute__((format(printf, 1, 2))) int Fail(const char* format, ...) {
 }
 
 __attribute__((format(printf, 2, 3))) void Append(std::string* text, const char* format, ...) {
-  char line[512];
   va_list args;
   va_start(args, format);
-  const int n = vsnprintf(line, sizeof(line), format, args);
+  text->append(kovani_tool::Formatted(format, args));
   va_end(args);
-  text->append(line, n < 0 ? 0 : std::min<size_t>(static_cast<size_t>(n), sizeof(line) - 1));
 }
 
 // ---- Standard streams ----
@@ -211,7 +209,7 @@ struct AdbRun {
 // hold them open for ever, so end of file is not awaited. adb is always
 // reaped; unless it exited by itself, its whole group is killed first.
 void CollectAdb(pid_t pid, pollfd (&pipes)[2], std::chrono::steady_clock::time_point deadline,
-                const sigset_t& waiting, std::string* out, AdbRun* run) {
+                const sigset_t& waiting, size_t max_out, std::string* out, AdbRun* run) {
   constexpr size_t kErrTail = 4096;
   bool exited = false;
   while (run->end == AdbEnd::kExited) {
@@ -232,7 +230,7 @@ void CollectAdb(pid_t pid, pollfd (&pipes)[2], std::chrono::steady_clock::time_p
       if (ready < 0 ? errno != EINTR
                     : !ReadReady(&pipes[0], out) || !ReadReady(&pipes[1], &run->err)) {
         run->read_error = errno;
-      } else if (out->size() > KOVANI_HOST_PROPERTY_FILE_MAX) {
+      } else if (out->size() > max_out) {
         run->read_error = EFBIG;
       }
       if (run->read_error != 0) run->end = AdbEnd::kReadFailed;
@@ -247,7 +245,8 @@ void CollectAdb(pid_t pid, pollfd (&pipes)[2], std::chrono::steady_clock::time_p
 
 // Runs adb in a process group of its own with its standard output and error
 // on pipes, for at most timeout seconds.
-AdbRun StartAdb(const std::vector<std::string>& args, int timeout, std::string* out) {
+AdbRun StartAdb(const std::vector<std::string>& args, int timeout, size_t max_out,
+                std::string* out) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeout);
   std::vector<char*> argv = {const_cast<char*>("adb")};
   for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
@@ -276,18 +275,18 @@ AdbRun StartAdb(const std::vector<std::string>& args, int timeout, std::string* 
     if (fd >= 0) close(fd);
   }
   pollfd pipes[2] = {{fds[0][0], POLLIN, 0}, {fds[1][0], POLLIN, 0}};
-  if (run.spawn_error == 0) CollectAdb(pid, pipes, deadline, signals.waiting(), out, &run);
+  if (run.spawn_error == 0) CollectAdb(pid, pipes, deadline, signals.waiting(), max_out, out, &run);
   for (const int fd : {fds[0][0], fds[1][0]}) {
     if (fd >= 0) close(fd);
   }
   return run;
 }
 
-// Runs adb with args for at most timeout seconds, with its standard output
-// in *out; false with *error telling why.
-bool RunAdb(const std::vector<std::string>& args, int timeout, std::string* out,
-            std::string* error) {
-  const AdbRun run = StartAdb(args, timeout, out);
+// Runs adb with args for at most timeout seconds, with at most max_out bytes
+// of its standard output in *out; false with *error telling why.
+bool RunAdb(const std::vector<std::string>& args, int timeout, std::string* out, std::string* error,
+            size_t max_out = KOVANI_HOST_PROPERTY_FILE_MAX) {
+  const AdbRun run = StartAdb(args, timeout, max_out, out);
   std::string command = "adb";
   for (const std::string& arg : args) command += " " + kovani_tool::Shown(arg);
   std::istringstream lines(run.err);
@@ -694,8 +693,8 @@ void AddOptions(CLI::App* command, Options* options, bool with_device, bool with
 int RunLogCommand(const kovani_tool::LogOptions& options) {
   SetUpStreams(false);
   std::string device_log, error;
-  if (options.FromDevice() &&
-      !RunAdb(kovani_tool::DeviceLogArgs(options), options.timeout, &device_log, &error)) {
+  if (options.FromDevice() && !RunAdb(kovani_tool::DeviceLogArgs(options), options.timeout,
+                                      &device_log, &error, kovani_tool::kDeviceLogMax)) {
     return Fail("cannot read the device's log: %s", error.c_str());
   }
   const auto fail = [](const std::string& message) { return Fail("%s", message.c_str()); };

@@ -4,6 +4,7 @@
 #define KOVANI_TOOLS_LOG_COMMAND_H
 
 #include <CLI/CLI.hpp>
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <vector>
@@ -12,6 +13,8 @@ namespace kovani_tool {
 
 // The default longest wait for one adb call.
 constexpr int kAdbTimeoutSeconds = 30;
+// A device's log is held whole before it is decoded.
+constexpr size_t kDeviceLogMax = size_t{1} << 30;
 
 struct LogOptions {
   bool FromDevice() const { return device != nullptr && device->count() > 0; }

@@ -38,6 +38,10 @@ struct LogTime {
 bool Elapsed(const LogTime& from, const LogTime& to, int64_t* ms) {
   if (!from.known() || !to.known() || from.base != to.base) return false;
   *ms = to.ms - from.ms;
+  // Dates without a year are all counted in one (a leap year): half a year
+  // back means the log went past New Year.
+  constexpr int64_t kDay = 86400000;
+  if (from.base == TimeBase::kNoYear && *ms < -183 * kDay) *ms += 366 * kDay;
   return true;
 }
 
@@ -57,15 +61,27 @@ std::string Capped(std::string_view text, size_t max) {
   return std::string(text.substr(0, max)) + (text.size() > max ? "..." : "");
 }
 
-int64_t Integer(std::string_view digits) {
-  int64_t value = 0;
-  const bool negative = !digits.empty() && digits[0] == '-';
-  for (char c : digits.substr(negative ? 1 : 0)) {
-    if (value > INT64_MAX / 10 - 10) break;
-    value = value * 10 + (c - '0');
+// A %lu field, at most UINT64_MAX.
+uint64_t Unsigned(std::string_view digits) {
+  uint64_t value = 0;
+  for (char c : digits) {
+    const auto digit = static_cast<uint64_t>(c - '0');
+    if (value > (UINT64_MAX - digit) / 10) return UINT64_MAX;
+    value = value * 10 + digit;
   }
-  return negative ? -value : value;
+  return value;
 }
+
+// A %d or %u field, at most INT64_MAX either way.
+int64_t Integer(std::string_view digits) {
+  const bool negative = !digits.empty() && digits[0] == '-';
+  const uint64_t value = std::min<uint64_t>(Unsigned(digits.substr(negative ? 1 : 0)), INT64_MAX);
+  return negative ? -static_cast<int64_t>(value) : static_cast<int64_t>(value);
+}
+
+// What the log took from a field that may be long: as much as is kept of a
+// property value.
+std::string_view Kept(std::string_view field) { return field.substr(0, kValueMax); }
 
 // format with its conversions replaced by the captured fields.
 std::string Render(const char* format, const Captures& captures) {
@@ -263,13 +279,10 @@ std::string Dump(const Json& json) {
 // ---- Output ----
 
 void Output::Printf(const char* format, ...) {
-  char line[1024];
   va_list args;
   va_start(args, format);
-  const int n = vsnprintf(line, sizeof(line), format, args);
+  Append(Formatted(format, args));
   va_end(args);
-  Append(std::string_view(line,
-                          n < 0 ? 0 : std::min<size_t>(static_cast<size_t>(n), sizeof(line) - 1)));
 }
 
 void Output::Append(std::string_view text) {
@@ -420,7 +433,7 @@ struct LogReport::State {
         OnProperty(message, line, time);
         break;
       default:
-        OnRestartLevel(message, fields, time, ThreadOf(line.header));
+        OnRestartLevel(message, fields, time, line.header);
         break;
     }
   }
@@ -467,7 +480,7 @@ struct LogReport::State {
         break;
       case Event::kStartTimeout:
         if (thread->variant == Variant::kUnknown) *thread = {VariantOf(message.function), time};
-        thread->timeout_s = static_cast<uint64_t>(Integer(fields.field[0]));
+        thread->timeout_s = Unsigned(fields.field[0]);
         thread->has_timeout = true;
         break;
       case Event::kThreadNamed:
@@ -618,7 +631,7 @@ struct LogReport::State {
 
   void TakeTimeout(const Captures& fields, Timer* timer) {
     if (!timer->has_timeout && fields.count > 1) {
-      timer->timeout_s = static_cast<uint64_t>(Integer(fields.field[1]));
+      timer->timeout_s = Unsigned(fields.field[1]);
       timer->has_timeout = true;
     }
     if (fields.count > 2) timer->need_free = Integer(fields.field[2]) != 0;
@@ -650,13 +663,14 @@ struct LogReport::State {
   // ---- Restart level ----
 
   void OnRestartLevel(const MessageFormat& message, const Captures& fields, const LogTime& time,
-                      ThreadState* thread) {
+                      const LineHeader& header) {
+    const auto thread = [&] { return ThreadOf(header); };
     switch (message.event) {
       case Event::kLevelRead:
         NoteLevel(time, message.function, "read", fields.field[1], -1);
         break;
       case Event::kLevelSaved:
-        saved_default.assign(fields.field[0]);
+        saved_default.assign(Kept(fields.field[0]));
         saved_default_known = true;
         NoteLevel(time, message.function, "classified", fields.field[0],
                   static_cast<int>(Integer(fields.field[1])));
@@ -667,46 +681,46 @@ struct LogReport::State {
         break;
       case Event::kSavedDefault:
         if (!fields.field[2].empty()) {
-          saved_default.assign(fields.field[1]);
+          saved_default.assign(Kept(fields.field[1]));
           saved_default_known = true;
         }
         break;
       case Event::kLevelSetRequest:
-        thread->level_unsaved = fields.field[2].empty();
+        thread()->level_unsaved = fields.field[2].empty();
         break;
       case Event::kLevelSet:
         NoteLevel(time, message.function, "set", fields.field[0], message.restart_type);
         // The first level ever set becomes the saved default.
-        if (thread->level_unsaved) {
-          saved_default.assign(fields.field[0]);
+        if (thread()->level_unsaved) {
+          saved_default.assign(Kept(fields.field[0]));
           saved_default_known = true;
         }
-        thread->written_level.assign(fields.field[0]);
+        thread()->written_level.assign(Kept(fields.field[0]));
         break;
       case Event::kWaitPlanned:
-        thread->wait_planned = Integer(fields.field[0]);
+        thread()->wait_planned = Integer(fields.field[0]);
         break;
       case Event::kWaitStart:
-        thread->wait = waits.Add({time, Integer(fields.field[0])})
-                           ? static_cast<uint32_t>(waits.items.size() - 1)
-                           : kNone;
+        thread()->wait = waits.Add({time, Integer(fields.field[0])})
+                             ? static_cast<uint32_t>(waits.items.size() - 1)
+                             : kNone;
         break;
       case Event::kWaitEnd:
-        if (thread->wait != kNone) {
-          waits.items[thread->wait].ended = true;
-          waits.items[thread->wait].end = time;
-          thread->wait = kNone;
+        if (ThreadState* ended = thread(); ended->wait != kNone) {
+          waits.items[ended->wait].ended = true;
+          waits.items[ended->wait].end = time;
+          ended->wait = kNone;
         }
         break;
       default:  // kWaitSkipped
-        waits.Add({time, thread->wait_planned, true});
+        waits.Add({time, thread()->wait_planned, true});
     }
   }
 
   void NoteLevel(const LogTime& time, const char* function, const char* how,
                  std::string_view new_level, int type) {
     if (strcmp(how, "set") != 0 && new_level == level && (type < 0 || type == level_type)) return;
-    level.assign(new_level.substr(0, kValueMax));
+    level.assign(Kept(new_level));
     level_type = type;
     level_changes.Add({time, function, how, level, type});
   }
@@ -719,8 +733,8 @@ struct LogReport::State {
       failed_sets.Add({time, message.function, "", Render(message.format, fields)});
       return;
     }
-    const std::string_view name = fields.field[0];
-    const std::string_view value = fields.field[1].substr(0, kValueMax);
+    const std::string_view name = Kept(fields.field[0]);
+    const std::string_view value = Kept(fields.field[1]);
     const auto found = properties.find(name);
     if (found != properties.end()) {
       found->second.value.assign(value);
@@ -804,13 +818,14 @@ bool Lateness(const Timer& timer, int64_t* ms) {
       !Elapsed(timer.started_at, timer.ended_at, ms)) {
     return false;
   }
-  *ms -= static_cast<int64_t>(timer.timeout_s) * 1000;
+  // The thread sleeps the timeout as an unsigned int.
+  *ms -= static_cast<int64_t>(static_cast<uint32_t>(timer.timeout_s)) * 1000;
   return true;
 }
 
 std::string SourceText(const SourceSummary& source) {
   std::string text = source.name;
-  if (!source.entry.empty()) text += " (" + source.entry + ")";
+  if (!source.entry.empty()) text += " (" + Shown(source.entry) + ")";
   if (source.kind != InputKind::kText) text += ", bug report SYSTEM LOG";
   return text;
 }
