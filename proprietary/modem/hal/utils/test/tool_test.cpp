@@ -1,5 +1,7 @@
 // The kovani-utils tool, run as engineers run it: each case a shell command
 // in a folder of its own, with what it must exit with and print.
+#include <algorithm>
+
 #include <gtest/gtest.h>
 
 #include "support.h"
@@ -166,14 +168,20 @@ class Tool : public ::testing::TestWithParam<Case> {};
 TEST_P(Tool, runs) {
   const Case& c = GetParam();
   const TempDir dir;
-  std::string command = "cd " + dir.path + " && " + c.command;
   const std::pair<std::string, std::string> kWords[] = {{"TOOL", Program(KOVANI_TOOL)},
                                                         {"STRESS", Program(KOVANI_STRESS)},
                                                         {"IN/", KOVANI_TEST_INPUTS "/"},
                                                         {"EXPECTED/", KOVANI_TEST_EXPECTED "/"}};
-  for (const auto& [word, text] : kWords)
-    for (size_t at; (at = command.find(word)) != std::string::npos;)
-      command.replace(at, word.size(), text);
+  // One pass over the case's own text: a random folder name or a path put in
+  // for one word may itself hold another word.
+  std::string command = "cd " + dir.path + " && ";
+  for (size_t at = 0; at < c.command.size();) {
+    const auto word = std::find_if(std::begin(kWords), std::end(kWords), [&](const auto& w) {
+      return c.command.compare(at, w.first.size(), w.first) == 0;
+    });
+    command += word == std::end(kWords) ? c.command.substr(at, 1) : word->second;
+    at += word == std::end(kWords) ? 1 : word->first.size();
+  }
   const ChildRun run = Shell("unset KOVANI_PROPERTY_PROFILE KOVANI_PROPERTY_PERSIST\n" + command);
   EXPECT_EQ(c.status, run.status) << run.err;
   for (const auto& [texts, output] : {std::pair{&c.out, &run.out}, {&c.err, &run.err}}) {
