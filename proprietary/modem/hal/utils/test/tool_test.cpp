@@ -1,8 +1,8 @@
 // The kovani-utils tool, run as engineers run it: each case a shell command
 // in a folder of its own, with what it must exit with and print.
-#include <algorithm>
-
 #include <gtest/gtest.h>
+
+#include <algorithm>
 
 #include "support.h"
 
@@ -179,8 +179,12 @@ TEST_P(Tool, runs) {
     const auto word = std::find_if(std::begin(kWords), std::end(kWords), [&](const auto& w) {
       return c.command.compare(at, w.first.size(), w.first) == 0;
     });
-    command += word == std::end(kWords) ? c.command.substr(at, 1) : word->second;
-    at += word == std::end(kWords) ? 1 : word->first.size();
+    if (word == std::end(kWords)) {
+      command += c.command[at++];
+    } else {
+      command += word->second;
+      at += word->first.size();
+    }
   }
   const ChildRun run = Shell("unset KOVANI_PROPERTY_PROFILE KOVANI_PROPERTY_PERSIST\n" + command);
   EXPECT_EQ(c.status, run.status) << run.err;
