@@ -1,8 +1,9 @@
-// The messages libkovani_utils writes: for each function, the level and body
-// format of every line it can log, and what that line tells the decoder.
+// The messages libkovani_utils writes, made at build time from its own log
+// calls: for each function, the level and body format of every line it can
+// log, and what a line tells the decoder beyond its count.
 
-#ifndef KOVANI_TOOLS_LOG_MESSAGES_H
-#define KOVANI_TOOLS_LOG_MESSAGES_H
+#ifndef KOVANI_TOOLS_LOG_CATALOGUE_H
+#define KOVANI_TOOLS_LOG_CATALOGUE_H
 
 #include <stddef.h>
 #include <stdint.h>
@@ -49,9 +50,9 @@ enum class Event : uint8_t {
 enum RestartType : int8_t { kRestartDef = 0, kRestartSsr = 1, kRestartDump = 2, kRestartNone = -1 };
 
 struct MessageFormat {
-  const char* function;
-  Level level;
-  const char* format;
+  const char* function = "";
+  Level level = Level::kDebug;
+  const char* format = "";
   Event event = Event::kNone;
   RestartType restart_type = kRestartNone;
 };
@@ -69,18 +70,6 @@ struct FunctionMessages {
 };
 FunctionMessages FindFunction(std::string_view function);
 
-// The fields a format's conversions matched, in order.
-struct Captures {
-  static constexpr int kMax = 8;
-  std::string_view field[kMax];
-  int count = 0;
-};
-
-// Whether text is exactly what format prints for some arguments; %s takes
-// the shortest text that lets the rest match. Conversions: %d %ld %u %lu %p
-// %s %c.
-bool MatchFormat(const char* format, std::string_view text, Captures* captures);
-
 }  // namespace kovani_tool
 
-#endif  // KOVANI_TOOLS_LOG_MESSAGES_H
+#endif  // KOVANI_TOOLS_LOG_CATALOGUE_H

@@ -1,4 +1,4 @@
-#include "bugreport.h"
+#include "profile/bugreport_profile.h"
 
 #include <errno.h>
 #include <string.h>
@@ -6,13 +6,14 @@
 
 #include <algorithm>
 
-#include "input_source.h"
+#include "common/text.h"
+#include "input/block_reader.h"
+#include "input/bugreport_sections.h"
+#include "input/input.h"
 #include "kovani_host_properties.h"
 
 namespace kovani_tool {
 namespace {
-
-constexpr std::string_view kSectionOpen = "------ ";
 
 std::string Label(const Input& input, bool found) {
   const std::string in = input.entry.empty() ? "" : " of " + Shown(input.entry);
@@ -61,22 +62,6 @@ ProfileKind ReadProperties(Input* input, std::string* text, std::string* label,
 }
 
 }  // namespace
-
-bool EndsSection(std::string_view line) {
-  line = WithoutCr(line);
-  if (line.substr(0, kSectionOpen.size()) == kSectionOpen) return true;
-  constexpr std::string_view kElapsed = "s elapsed]";
-  return !line.empty() && line[0] == '[' && line.size() > kElapsed.size() &&
-         line.substr(line.size() - kElapsed.size()) == kElapsed;
-}
-
-std::string_view SectionName(std::string_view line) {
-  line = WithoutCr(line);
-  if (line.substr(0, kSectionOpen.size()) != kSectionOpen) return {};
-  line.remove_prefix(kSectionOpen.size());
-  const size_t end = std::min(line.find(" ("), line.find(" ------"));
-  return end == std::string_view::npos ? std::string_view() : line.substr(0, end);
-}
 
 ProfileKind ReadBugReportProfile(const std::string& path, std::string* text, std::string* label,
                                  std::string* error) {

@@ -1,23 +1,12 @@
-// Bug reports (the text dumpstate writes, alone or in the zip of
-// `adb bugreport`): their sections, and their properties as a profile.
+// A bug report (the text dumpstate writes, alone or in the zip of `adb
+// bugreport`) as a profile: its SYSTEM PROPERTIES section.
 
-#ifndef KOVANI_TOOLS_BUGREPORT_H
-#define KOVANI_TOOLS_BUGREPORT_H
+#ifndef KOVANI_TOOLS_PROFILE_BUGREPORT_PROFILE_H
+#define KOVANI_TOOLS_PROFILE_BUGREPORT_PROFILE_H
 
 #include <string>
-#include <string_view>
 
 namespace kovani_tool {
-
-constexpr std::string_view kPropertiesSection = "SYSTEM PROPERTIES";
-constexpr std::string_view kSystemLogSection = "SYSTEM LOG";
-
-// A section opens with "------ NAME (command) ------" and ends at the next
-// line that starts with "------ " (its duration, or the next section), or
-// at an older report's "[command: 0.1s elapsed]".
-bool EndsSection(std::string_view line);
-// NAME for a header line; empty for any other line.
-std::string_view SectionName(std::string_view line);
 
 // What --props FILE turned out to be.
 enum class ProfileKind {
@@ -38,4 +27,4 @@ ProfileKind ReadStandardInputProfile(std::string* text, std::string* label, std:
 
 }  // namespace kovani_tool
 
-#endif  // KOVANI_TOOLS_BUGREPORT_H
+#endif  // KOVANI_TOOLS_PROFILE_BUGREPORT_PROFILE_H

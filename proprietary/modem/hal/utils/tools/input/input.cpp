@@ -1,4 +1,4 @@
-#include "input_source.h"
+#include "input/input.h"
 
 #include <ctype.h>
 #include <errno.h>
@@ -11,6 +11,8 @@
 #include <zip.h>
 
 #include <algorithm>
+
+#include "common/text.h"
 
 namespace kovani_tool {
 namespace {
@@ -195,46 +197,6 @@ bool OpenZip(FdSource* file, Input* input, std::string* error) {
 
 }  // namespace
 
-std::string Formatted(const char* format, va_list args) {
-  char line[512];
-  va_list again;
-  va_copy(again, args);
-  const int n = vsnprintf(line, sizeof(line), format, args);
-  std::string text;
-  if (n >= static_cast<int>(sizeof(line))) {
-    text.resize(static_cast<size_t>(n) + 1);
-    vsnprintf(text.data(), text.size(), format, again);
-    text.pop_back();
-  } else if (n > 0) {
-    text.assign(line, static_cast<size_t>(n));
-  }
-  va_end(again);
-  return text;
-}
-
-std::string Shown(std::string_view text) {
-  std::string shown;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte >= 0x20 && byte != 0x7f) {
-      shown.push_back(c);
-      continue;
-    }
-    char escaped[8];
-    snprintf(escaped, sizeof(escaped), "\\x%02x", byte);
-    shown += escaped;
-  }
-  return shown;
-}
-
-std::string Quoted(const std::string& name) {
-  return name == "standard input" ? name : "'" + name + "'";
-}
-
-std::string_view WithoutCr(std::string_view line) {
-  return !line.empty() && line.back() == '\r' ? line.substr(0, line.size() - 1) : line;
-}
-
 ssize_t MemorySource::Read(char* buf, size_t size) {
   const size_t n = std::min(size, text_.size());
   memcpy(buf, text_.data(), n);
@@ -292,34 +254,6 @@ bool OpenText(const std::string& name, std::string_view text, Input* input, std:
   input->kind =
       IsBugReport(text.substr(0, kHeadSize)) ? InputKind::kBugReportText : InputKind::kText;
   input->source = std::make_unique<MemorySource>(text);
-  return true;
-}
-
-BlockReader::BlockReader(ByteSource* source, size_t capacity)
-    : source_(source), buffer_(capacity) {}
-
-bool BlockReader::Next(std::string_view* block) {
-  char* const buf = buffer_.data();
-  memmove(buf, buf + carried_from_, filled_ - carried_from_);
-  filled_ -= carried_from_;
-  carried_from_ = 0;
-  while (!ended_ && filled_ < buffer_.size()) {
-    const ssize_t n = source_->Read(buf + filled_, buffer_.size() - filled_);
-    if (n < 0) {
-      failed_ = true;
-      return false;
-    }
-    ended_ = n == 0;
-    const bool has_newline = memchr(buf + filled_, '\n', static_cast<size_t>(n)) != nullptr;
-    filled_ += static_cast<size_t>(n);
-    if (has_newline) break;
-  }
-  if (filled_ == 0) return false;
-  const char* last_newline = static_cast<const char*>(memrchr(buf, '\n', filled_));
-  const size_t end =
-      ended_ || last_newline == nullptr ? filled_ : static_cast<size_t>(last_newline - buf) + 1;
-  *block = std::string_view(buf, end);
-  carried_from_ = end;
   return true;
 }
 

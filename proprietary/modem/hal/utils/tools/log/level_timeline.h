@@ -1,0 +1,53 @@
+// Rebuilds the restart level's history, its saved default and waits, and
+// the properties the library traced or failed to set.
+
+#ifndef KOVANI_TOOLS_LOG_LEVEL_TIMELINE_H
+#define KOVANI_TOOLS_LOG_LEVEL_TIMELINE_H
+
+#include <stdint.h>
+
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+#include "log/catalogue.h"
+#include "log/format_matcher.h"
+#include "log/report.h"
+
+namespace kovani_tool {
+
+class LevelTimeline {
+ public:
+  explicit LevelTimeline(LogReport* report) : report_(*report) {}
+
+  // A restart-level or wait line, logged by thread.
+  void OnLevel(const MessageFormat& message, const Captures& fields, const LogTime& time,
+               uint64_t thread);
+  // A property trace or a refused set, logged by thread.
+  void OnProperty(const MessageFormat& message, const Captures& fields, const LogTime& time,
+                  uint64_t thread);
+
+ private:
+  // What one thread is in the middle of.
+  struct ThreadState {
+    bool level_unsaved = false;
+    std::string written_level;  // a restart level just written, until its trace
+    int64_t wait_planned = 0;
+    uint32_t wait = UINT32_MAX;
+  };
+
+  void NoteLevel(const LogTime& time, const char* function, const char* how,
+                 std::string_view new_level, int type);
+  void SaveDefault(std::string_view level);
+  void OnWait(const MessageFormat& message, const Captures& fields, const LogTime& time,
+              ThreadState* thread);
+
+  LogReport& report_;
+  std::string level_;
+  int level_type_ = -1;
+  std::unordered_map<uint64_t, ThreadState> threads_;  // by pid and tid
+};
+
+}  // namespace kovani_tool
+
+#endif  // KOVANI_TOOLS_LOG_LEVEL_TIMELINE_H
