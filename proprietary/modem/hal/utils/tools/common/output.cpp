@@ -10,7 +10,7 @@ namespace {
 
 constexpr size_t kOutputChunk = 1u << 16;
 
-void Say(const char* format, va_list args) {
+__attribute__((format(printf, 1, 0))) void Say(const char* format, va_list args) {
   fputs("kovani-utils: ", stderr);
   vfprintf(stderr, format, args);
   fputc('\n', stderr);
