@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Installs a built tree in two layouts and checks each: the host stand-ins lie
 # only in their private folders, the installed tool runs, and a small consumer
-# builds and runs twice, with find_package and with pkg-config.
+# builds and runs twice, with find_package and with pkg-config. Where the
+# build made the kovani-utils(1) man page (scdoc found), it must be installed
+# and man must show its sections.
 #   prefix:    BUILD_DIR installed with --prefix into a scratch folder
 #   multiarch: a second build of the same sources for prefix /usr and
 #              lib/<multiarch>, installed through DESTDIR (tests and
@@ -17,6 +19,23 @@ cached() { sed -n "s/^$1:[A-Z]*=//p" "$build/CMakeCache.txt"; }
 cxx=$(cached CMAKE_CXX_COMPILER)
 # Only the installed files are to be found, never the build trees.
 run() { env -u LD_LIBRARY_PATH "$@"; }
+
+# The man page is made where the tool is built and scdoc was found.
+man_page_built() { [ -n "$(cached KOVANI_SCDOC)" ] && [[ "$(cached KOVANI_SCDOC)" != *-NOTFOUND ]]; }
+mandir=$(cached CMAKE_INSTALL_MANDIR)
+mandir=${mandir:-share/man}
+
+# check_man_page PAGE: installed, and man shows its NAME, SYNOPSIS and EXIT STATUS.
+check_man_page() {
+  local page=$1 shown heading
+  [ -f "$page" ] || { echo "missing: $page" >&2; return 1; }
+  command -v man > /dev/null || { echo "man not found (Debian's man-db provides it)" >&2; return 1; }
+  shown=$(MANWIDTH=80 man -l "$page" | col -b)
+  for heading in NAME SYNOPSIS 'EXIT STATUS'; do
+    grep -qx "$heading" <<< "$shown" ||
+      { echo "man -l $page shows no $heading section" >&2; return 1; }
+  done
+}
 
 # check_layout NAME PREFIX LIBDIR: PREFIX is where the files landed.
 check_layout() {
@@ -41,6 +60,11 @@ check_layout() {
 
   if [ -x "$prefix/bin/kovani-utils" ]; then
     run "$prefix/bin/kovani-utils" info > /dev/null
+    if man_page_built; then
+      check_man_page "$prefix/$mandir/man1/kovani-utils.1"
+    else
+      echo "-- no man page to check: the build found no scdoc"
+    fi
   fi
 
   local out=$scratch/$name
