@@ -56,17 +56,20 @@ int RunLog(const LogOptions& options) {
     if (!opened || !analysis.Add(&input, &error)) return Fail("%s", error.c_str());
   }
   const LogReport report = analysis.Finish();
-  if (report.found() == 0) {
-    Fail("no line of libkovani_utils found; looked for %s", kFormatsTried);
-    return kExitFailed;
-  }
   Output out(Print);
   if (options.json) {
     WriteJson(report, {kJsonSchema, KOVANI_TOOL_VERSION}, &out);
-  } else {
+  } else if (report.found() != 0) {
     WriteText(report, &out);
   }
-  return out.Finish();
+  const int status = out.Finish();
+  if (status != 0 || report.found() != 0) return status;
+  for (const SourceSummary& source : report.sources) {
+    if (source.kind != InputKind::kText && !source.log_section) {
+      Note("%s is a bug report without a SYSTEM LOG section", Quoted(source.name).c_str());
+    }
+  }
+  return Fail("no line of libkovani_utils found; looked for %s", kFormatsTried);
 }
 
 }  // namespace kovani_tool

@@ -13,6 +13,7 @@
 #include <algorithm>
 
 #include "common/text.h"
+#include "input/text_encoding.h"
 
 namespace kovani_tool {
 namespace {
@@ -240,8 +241,10 @@ bool OpenInput(const std::string& path, Input* input, std::string* error) {
     *error = Quoted(input->name) + " is a zip archive: give it as a file name";
     return false;
   }
-  input->kind = IsBugReport(head) ? InputKind::kBugReportText : InputKind::kText;
-  input->source = std::move(file);
+  input->encoding = EncodingOf(head);
+  input->kind = IsBugReport(DecodedHead(input->encoding, head)) ? InputKind::kBugReportText
+                                                                : InputKind::kText;
+  input->source = DecodingSource(input->encoding, std::move(file));
   return true;
 }
 
@@ -251,9 +254,11 @@ bool OpenText(const std::string& name, std::string_view text, Input* input, std:
     *error = Quoted(name) + " is a zip archive: give it as a file name";
     return false;
   }
-  input->kind =
-      IsBugReport(text.substr(0, kHeadSize)) ? InputKind::kBugReportText : InputKind::kText;
-  input->source = std::make_unique<MemorySource>(text);
+  input->encoding = EncodingOf(text);
+  input->kind = IsBugReport(DecodedHead(input->encoding, text.substr(0, kHeadSize)))
+                    ? InputKind::kBugReportText
+                    : InputKind::kText;
+  input->source = DecodingSource(input->encoding, std::make_unique<MemorySource>(text));
   return true;
 }
 

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "input/byte_source.h"
+#include "input/text_encoding.h"
 
 namespace kovani_tool {
 
@@ -19,12 +20,13 @@ struct Input {
   std::string name;   // as the user gave it, or "standard input"
   std::string entry;  // the bug report's name inside a zip
   InputKind kind = InputKind::kText;
+  TextEncoding encoding = TextEncoding::kUtf8;  // what source decodes from
   std::unique_ptr<ByteSource> source;  // from the first byte of the text
 };
 
 // Opens path ("-" is standard input): a zip archive holding a bug report, a
-// bug report's text, or other text. False with *error naming the input and
-// the reason.
+// bug report's text, or other text (UTF-16 read as UTF-8). False with
+// *error naming the input and the reason.
 bool OpenInput(const std::string& path, Input* input, std::string* error);
 
 // Opens text already in memory, such as standard input read whole, the same

@@ -41,6 +41,7 @@ struct SourceSummary {
   InputKind kind = InputKind::kText;
   LogFormat format = LogFormat::kPlain;  // of its first library line
   uint64_t library_lines = 0;
+  bool log_section = false;  // a bug report that has a SYSTEM LOG section
 };
 
 class LineSink {

@@ -77,6 +77,7 @@ class Scanner {
       if (header_end == nullptr) header_end = end;
       in_log_section_ =
           SectionName(std::string_view(header, header_end - header)) == kSystemLogSection;
+      summary_->log_section |= in_log_section_;
       at = header_end + 1;
     }
   }

@@ -16,6 +16,8 @@ Json SourcesJson(const LogReport& r) {
         {{"name", source.name},
          {"entry", source.entry.empty() ? Json(nullptr) : Json(source.entry)},
          {"bug_report", source.kind != InputKind::kText},
+         {"system_log_section",
+          source.kind != InputKind::kText ? Json(source.log_section) : Json(nullptr)},
          {"format", source.library_lines != 0 ? Json(FormatName(source.format)) : Json(nullptr)},
          {"library_lines", source.library_lines}});
   }
@@ -47,7 +49,8 @@ Json SummaryJson(const LogReport& r) {
           {"last_time", TimeJson(r.last)},
           {"decoded", r.from_console ? "console" : "system_log"},
           {"other_form_lines", r.other_form_lines},
-          {"unparsed_lines", unparsed_lines}};
+          {"unparsed_lines", unparsed_lines},
+          {"formats_looked_for", std::string(kFormatsTried)}};
 }
 
 Json TimerJson(const Timer& timer) {

@@ -10,7 +10,9 @@ namespace {
 std::string SourceText(const SourceSummary& source) {
   std::string text = source.name;
   if (!source.entry.empty()) text += " (" + Shown(source.entry) + ")";
-  if (source.kind != InputKind::kText) text += ", bug report SYSTEM LOG";
+  if (source.kind != InputKind::kText) {
+    text += source.log_section ? ", bug report SYSTEM LOG" : ", bug report without a SYSTEM LOG";
+  }
   return text;
 }
 

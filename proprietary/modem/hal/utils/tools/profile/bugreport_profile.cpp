@@ -61,6 +61,24 @@ ProfileKind ReadProperties(Input* input, std::string* text, std::string* label,
   return ProfileKind::kBugReport;
 }
 
+// Text whole, at most as much as the store takes.
+bool ReadWhole(Input* input, std::string* text, std::string* error) {
+  text->clear();
+  char buf[65536];
+  for (ssize_t n; (n = input->source->Read(buf, sizeof(buf))) != 0;) {
+    if (n < 0) {
+      *error = "cannot read " + Quoted(input->name) + ": " + input->source->error();
+      return false;
+    }
+    text->append(buf, static_cast<size_t>(n));
+    if (text->size() > KOVANI_HOST_PROPERTY_FILE_MAX) {
+      *error = "cannot read " + Quoted(input->name) + ": " + strerror(EFBIG);
+      return false;
+    }
+  }
+  return true;
+}
+
 }  // namespace
 
 ProfileKind ReadBugReportProfile(const std::string& path, std::string* text, std::string* label,
@@ -70,28 +88,17 @@ ProfileKind ReadBugReportProfile(const std::string& path, std::string* text, std
   if (stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return ProfileKind::kPlain;
   Input input;
   if (!OpenInput(path, &input, error)) return ProfileKind::kFailed;
-  if (input.kind == InputKind::kText) return ProfileKind::kPlain;
-  return ReadProperties(&input, text, label, error);
+  if (input.kind != InputKind::kText) return ReadProperties(&input, text, label, error);
+  if (input.encoding == TextEncoding::kUtf8) return ProfileKind::kPlain;
+  *label = path + " (" + EncodingName(input.encoding) + ")";
+  return ReadWhole(&input, text, error) ? ProfileKind::kDecoded : ProfileKind::kFailed;
 }
 
 ProfileKind ReadStandardInputProfile(std::string* text, std::string* label, std::string* error) {
   Input input;
   if (!OpenInput("-", &input, error)) return ProfileKind::kFailed;
   if (input.kind != InputKind::kText) return ReadProperties(&input, text, label, error);
-  text->clear();
-  char buf[65536];
-  for (ssize_t n; (n = input.source->Read(buf, sizeof(buf))) != 0;) {
-    if (n < 0) {
-      *error = "cannot read standard input: " + input.source->error();
-      return ProfileKind::kFailed;
-    }
-    text->append(buf, static_cast<size_t>(n));
-    if (text->size() > KOVANI_HOST_PROPERTY_FILE_MAX) {
-      *error = std::string("cannot read standard input: ") + strerror(EFBIG);
-      return ProfileKind::kFailed;
-    }
-  }
-  return ProfileKind::kPlain;
+  return ReadWhole(&input, text, error) ? ProfileKind::kPlain : ProfileKind::kFailed;
 }
 
 }  // namespace kovani_tool

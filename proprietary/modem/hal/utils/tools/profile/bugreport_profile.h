@@ -12,6 +12,7 @@ namespace kovani_tool {
 enum class ProfileKind {
   kPlain,      // not a bug report: the host store reads the file itself
   kBugReport,  // *text holds the properties section, *label names it
+  kDecoded,    // UTF-16 or marked text: *text holds it as UTF-8, *label names it
   kFailed,     // *error names the file and the reason
 };
 

@@ -118,7 +118,7 @@ int LoadFiles(const std::vector<std::string>& files, std::string* profile) {
     std::string text, label;
     const ProfileKind kind = ReadProfile(files[i], &text, &label);
     if (kind == ProfileKind::kFailed) return kExitFailed;
-    const bool report = kind == ProfileKind::kBugReport;
+    const bool report = kind == ProfileKind::kBugReport || kind == ProfileKind::kDecoded;
     status = LoadSource(report ? label : *profile, text, from_input || report);
   }
   g_reports.repeat = false;
