@@ -21,6 +21,7 @@ config.environment["PATH"] = os.pathsep.join([
 config.substitutions += [
     ("%kovani-utils", config.kovani_utils),
     ("%stress", config.kovani_stress),
+    ("%catalogue-gen", config.catalogue_gen),
     ("%inputs", config.inputs),
     ("%expected", config.expected),
     # FileCheck for a whole output: every line, exactly.

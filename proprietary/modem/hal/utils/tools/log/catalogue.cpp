@@ -140,17 +140,6 @@ constexpr std::array<MessageFormat, std::size(kCatalogue)> WithMeanings() {
 
 constexpr std::array<MessageFormat, std::size(kCatalogue)> kMessages = WithMeanings();
 
-// Every name starts "kovani_": its length and last bytes tell them apart.
-struct FunctionNameHash {
-  size_t operator()(std::string_view name) const {
-    size_t hash = name.size();
-    for (size_t i = name.size() > 8 ? name.size() - 8 : 0; i < name.size(); ++i) {
-      hash = hash * 131 + static_cast<unsigned char>(name[i]);
-    }
-    return hash;
-  }
-};
-
 }  // namespace
 
 const MessageFormat* Messages() { return kMessages.data(); }
@@ -159,7 +148,7 @@ size_t MessageCount() { return kMessages.size(); }
 
 FunctionMessages FindFunction(std::string_view function) {
   static const auto* const kIndex = [] {
-    auto* index = new std::unordered_map<std::string_view, FunctionMessages, FunctionNameHash>();
+    auto* index = new std::unordered_map<std::string_view, FunctionMessages>();
     for (size_t i = 0; i < MessageCount(); ++i) {
       FunctionMessages& range = (*index)[kMessages[i].function];
       if (range.count == 0) range.first = static_cast<uint16_t>(i);
