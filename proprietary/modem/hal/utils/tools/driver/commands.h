@@ -24,6 +24,8 @@ struct Options {
 // --timeout, with_persist --persist.
 void AddOptions(CLI::App* command, Options* options, bool with_device, bool with_persist);
 void AddTimeout(CLI::App* command, int* timeout);
+// Refuses an empty value, saying "<what> is empty".
+CLI::Validator NotEmpty(const std::string& what);
 
 int RunInfo(Options options);
 // get classifies (saving the default when none is saved); set switches to
@@ -38,6 +40,8 @@ struct LogOptions {
   std::string serial;
   int timeout = kAdbTimeoutSeconds;
   bool json = false;
+  std::string html;         // the page's file, when asked for
+  std::string trace_event;  // the trace's file, when asked for
 };
 
 CLI::App* AddLogCommand(CLI::App* app, LogOptions* options);

@@ -1,6 +1,7 @@
 // kovani-utils log: this library's lines in device logs, decoded.
 
 #include "adb/adb_device.h"
+#include "common/file_output.h"
 #include "common/output.h"
 #include "driver/commands.h"
 #include "driver/reports.h"
@@ -29,6 +30,16 @@ CLI::App* AddLogCommand(CLI::App* app, LogOptions* options) {
                         ->excludes(files);
   AddTimeout(command, &options->timeout);
   command->add_flag("--json", options->json, "Print one JSON object");
+  command
+      ->add_option("--html", options->html,
+                   "Also write the report as one self-contained HTML page with a timeline")
+      ->type_name("OUT")
+      ->check(NotEmpty("OUT"));
+  command
+      ->add_option("--trace-event", options->trace_event,
+                   "Also write the timers as Chrome trace-event JSON, for ui.perfetto.dev")
+      ->type_name("OUT")
+      ->check(NotEmpty("OUT"));
   command->callback([options] {
     if (options->files.empty() && !options->FromDevice()) {
       throw CLI::ValidationError("log", "give a log FILE, - for standard input, or --device");
@@ -36,6 +47,24 @@ CLI::App* AddLogCommand(CLI::App* app, LogOptions* options) {
   });
   return command;
 }
+
+namespace {
+
+// The page and the trace, each replacing its file whole; 0 or the exit status.
+int WritePictures(const LogOptions& options, const LogReport& report, const JsonHead& head) {
+  if (!options.html.empty() &&
+      ReplaceFile(options.html, [&](Output* out) { WriteHtml(report, head, out); }) != 0) {
+    return kExitFailed;
+  }
+  if (!options.trace_event.empty() &&
+      ReplaceFile(options.trace_event,
+                  [&](Output* out) { WriteTraceEvents(report, head, out); }) != 0) {
+    return kExitFailed;
+  }
+  return 0;
+}
+
+}  // namespace
 
 int RunLog(const LogOptions& options) {
   SetUpStreams(false);
@@ -56,9 +85,11 @@ int RunLog(const LogOptions& options) {
     if (!opened || !analysis.Add(&input, &error)) return Fail("%s", error.c_str());
   }
   const LogReport report = analysis.Finish();
+  const JsonHead head{kJsonSchema, KOVANI_TOOL_VERSION};
+  if (report.found() != 0 && WritePictures(options, report, head) != 0) return kExitFailed;
   Output out(Print);
   if (options.json) {
-    WriteJson(report, {kJsonSchema, KOVANI_TOOL_VERSION}, &out);
+    WriteJson(report, head, &out);
   } else if (report.found() != 0) {
     WriteText(report, &out);
   }

@@ -11,9 +11,14 @@ void AddTimeout(CLI::App* command, int* timeout) {
       ->check(CLI::Range(1, 86400));
 }
 
+CLI::Validator NotEmpty(const std::string& what) {
+  return CLI::Validator(
+      [what](std::string& value) { return value.empty() ? what + " is empty" : std::string(); },
+      "");
+}
+
 void AddOptions(CLI::App* command, Options* options, bool with_device, bool with_persist) {
   ProfileRequest& profile = options->profile;
-  const auto not_empty = [](const std::string& v) { return v.empty() ? "FILE is empty" : ""; };
   command
       ->add_option("--props", profile.props,
                    "Device properties: a getprop dump, a build.prop or a bug report; - reads "
@@ -21,7 +26,7 @@ void AddOptions(CLI::App* command, Options* options, bool with_device, bool with
                    "built-in sample)")
       ->type_name("FILE")
       ->allow_extra_args(false)
-      ->check(not_empty);
+      ->check(NotEmpty("FILE"));
   command
       ->add_option("--setprop", profile.setprops,
                    "Set one property over the loaded ones; repeatable")
@@ -45,7 +50,7 @@ void AddOptions(CLI::App* command, Options* options, bool with_device, bool with
         ->add_option("--persist", profile.persist,
                      "File that keeps the persist. properties between runs")
         ->type_name("FILE")
-        ->check(not_empty);
+        ->check(NotEmpty("FILE"));
   }
   command->add_flag("--json", options->json, "Print one JSON object");
   command->add_flag("--trace", options->trace,

@@ -18,6 +18,10 @@ struct JsonHead {
 
 void WriteText(const LogReport& report, Output* out);
 void WriteJson(const LogReport& report, const JsonHead& head, Output* out);
+// The report as pictures: a page that draws its timeline, and the Chrome
+// trace-event JSON that trace viewers open.
+void WriteHtml(const LogReport& report, const JsonHead& head, Output* out);
+void WriteTraceEvents(const LogReport& report, const JsonHead& head, Output* out);
 
 }  // namespace kovani_tool
 

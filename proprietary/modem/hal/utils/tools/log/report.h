@@ -27,6 +27,7 @@ struct LogTime {
   char text[40] = {0};
   int64_t ms = 0;
   TimeBase base = TimeBase::kNoYear;
+  uint64_t ordinal = 0;  // the library line's number in the log, from 1
   bool known() const { return text[0] != '\0'; }
 };
 
@@ -92,12 +93,12 @@ std::string Hex(uint32_t id);
 // A priority letter's name: "debug" for 'D'.
 const char* LevelName(char priority);
 
-template <typename T>
+template <typename T, size_t kMax = kListedMax>
 struct CappedList {
   std::vector<T> items;
   uint64_t not_listed = 0;
   bool Add(T item) {
-    if (items.size() >= kListedMax) {
+    if (items.size() >= kMax) {
       ++not_listed;
       return false;
     }
@@ -118,6 +119,13 @@ struct ErrorGroup {
   LogTime first;
   LogTime last;
 };
+
+// One error line, for the pictures of the log.
+struct ErrorLine {
+  LogTime time;
+  size_t format;  // into Messages()
+};
+constexpr size_t kErrorLinesMax = 100000;
 
 struct LevelChange {
   LogTime time;
@@ -166,6 +174,7 @@ struct LogReport {
   uint64_t instances_not_listed = 0;
   std::vector<Example> examples;  // the first unparsed lines
   std::vector<ErrorGroup> errors = std::vector<ErrorGroup>(MessageCount());
+  CappedList<ErrorLine, kErrorLinesMax> error_lines;
 
   std::vector<Timer> timers;
 

@@ -56,8 +56,8 @@ bool IsTimerEvent(Event event) {
 
 void Timeline::OnLine(const LibraryLine& line) {
   const MessageFormat& message = Messages()[line.format];
-  const LogTime time = TimeOf(line.header);
-  ++report_.lines;
+  LogTime time = TimeOf(line.header);
+  time.ordinal = ++report_.lines;
   ++report_.by_format[line.format];
   const char priority = line.header.priority != 0        ? line.header.priority
                         : message.level == Level::kError ? 'E'
@@ -72,6 +72,7 @@ void Timeline::OnLine(const LibraryLine& line) {
     ErrorGroup& group = report_.errors[line.format];
     if (group.count++ == 0) group.first = time;
     group.last = time;
+    report_.error_lines.Add({time, line.format});
   }
   const Event event = message.event;
   if (event == Event::kNone) return;
