@@ -12,7 +12,6 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <syslog.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -147,14 +146,14 @@ void kovani_utils_format_log_msg(char* buf, int size, const char* fmt, ...) {
 void kovani_utils_syslog_err(const char* fmt, ...) {
   va_list args;
   va_start(args, fmt);
-  vsyslog(LOG_ERR, fmt, args);
+  kovani_log::system_log(kovani_log::kSyslogError, fmt, args);
   va_end(args);
 }
 
 void kovani_utils_syslog_dbg(const char* fmt, ...) {
   va_list args;
   va_start(args, fmt);
-  vsyslog(LOG_DEBUG, fmt, args);
+  kovani_log::system_log(kovani_log::kSyslogDebug, fmt, args);
   va_end(args);
 }
 

@@ -70,13 +70,6 @@ extern "C" __attribute__((format(printf, 2, 0))) void vsyslog(int priority, cons
   g_torn += name != g_names[0] && name != g_names[1] && name != g_names[2];
 }
 
-// What glibc's fortified builds call instead.
-extern "C" __attribute__((format(printf, 3, 0))) void __vsyslog_chk(int priority, int,
-                                                                    const char* format,
-                                                                    va_list args) {
-  vsyslog(priority, format, args);
-}
-
 namespace {
 
 struct Timer {

@@ -284,10 +284,7 @@ using namespace kovani_test;
 
 // clang-format off
 extern "C" __attribute__((format(printf, 2, 0))) void vsyslog(int priority, const char* format, va_list args) { Record(priority, format, args); }
-// What glibc's fortified builds call instead.
-extern "C" __attribute__((format(printf, 3, 0))) void __vsyslog_chk(int priority, int, const char* format, va_list args) { Record(priority, format, args); }
 extern "C" int printf(const char* format, ...) { va_list a; va_start(a, format); const int n = Print(format, a); va_end(a); return n; }
-extern "C" __attribute__((format(printf, 2, 3))) int __printf_chk(int, const char* format, ...) { va_list a; va_start(a, format); const int n = Print(format, a); va_end(a); return n; }
 // clang-format on
 
 // /proc, or what stands for it.
