@@ -45,6 +45,7 @@ std::vector<LogLine> g_lines;
 std::string g_proc_root;
 std::deque<long> g_write_limits;
 std::atomic<bool> g_fail_record{false}, g_fail_threads{false};
+std::atomic<void*> g_watched{nullptr};
 
 template <typename Fn>
 Fn Real(const char* name) {
@@ -274,6 +275,7 @@ void LimitFileWrites(std::vector<long> limits) {
 }
 
 void FailNextTimerRecord() { g_fail_record = true; }
+void WatchFree(void* block) { g_watched = block; }
 void FailThreadStarts(bool fail) { g_fail_threads = fail; }
 
 }  // namespace kovani_test
@@ -302,6 +304,17 @@ extern "C" DIR* opendir(const char* path) {
 extern "C" FILE* fopen(const char* path, const char* mode) {
   static const auto real = Real<FILE* (*)(const char*, const char*)>("fopen");
   return real(Mapped(path).c_str(), mode);
+}
+
+// The watched block's free is recorded as the debug line "free: watched".
+extern "C" __attribute__((no_sanitize("thread"))) void free(void* block) {
+  static const auto real = Real<void (*)(void*)>("free");
+  void* watched = block;
+  if (block != nullptr && g_watched.compare_exchange_strong(watched, nullptr)) {
+    const std::lock_guard<std::mutex> lock(g_mutex);
+    g_lines.push_back({7, gettid(), "free: watched", "free", "watched"});
+  }
+  real(block);
 }
 
 // Uninstrumented: ThreadSanitizer allocates while it starts a thread.
