@@ -306,14 +306,12 @@ extern "C" FILE* fopen(const char* path, const char* mode) {
   return real(Mapped(path).c_str(), mode);
 }
 
-// The watched block's free is recorded as the debug line "free: watched".
+// The watched block's free is logged as the debug line "free: watched".
 extern "C" __attribute__((no_sanitize("thread"))) void free(void* block) {
   static const auto real = Real<void (*)(void*)>("free");
   void* watched = block;
-  if (block != nullptr && g_watched.compare_exchange_strong(watched, nullptr)) {
-    const std::lock_guard<std::mutex> lock(g_mutex);
-    g_lines.push_back({7, gettid(), "free: watched", "free", "watched"});
-  }
+  if (block != nullptr && g_watched.compare_exchange_strong(watched, nullptr))
+    kovani_utils_syslog_dbg("[capture.cpp:0] free: watched");
   real(block);
 }
 
