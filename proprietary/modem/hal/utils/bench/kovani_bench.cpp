@@ -42,14 +42,9 @@ __attribute__((format(printf, 2, 0))) void format_only(int, const char* format, 
 }  // namespace
 
 // The library's vsyslog binds here. <syslog.h> stays out, so that no
-// fortified wrapper hides these names.
+// fortified wrapper hides this name.
 extern "C" __attribute__((format(printf, 2, 0))) void vsyslog(int priority, const char* format,
                                                               va_list args) {
-  format_only(priority, format, args);
-}
-extern "C" __attribute__((format(printf, 3, 0))) void __vsyslog_chk(int priority, int,
-                                                                    const char* format,
-                                                                    va_list args) {
   format_only(priority, format, args);
 }
 

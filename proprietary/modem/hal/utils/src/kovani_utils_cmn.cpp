@@ -7,12 +7,10 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <pthread.h>
-#include <sched.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <syslog.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -46,34 +44,25 @@ constexpr int kStatusNameCopy = kTextBufSize - 1 - kStatusNameOffset;
 kovani_pid_info_s_type current_pid_info;
 std::atomic<bool> current_pid_info_filled{false};
 
-// Holds a mutex for a scope. The library's own mutexes are static, start
-// initialised and are never destroyed, so any caller at any time may lock
-// them, and only the C library serves them.
-class Locked {
- public:
-  explicit Locked(pthread_mutex_t* mutex) : mutex_(mutex) { pthread_mutex_lock(mutex_); }
-  ~Locked() { pthread_mutex_unlock(mutex_); }
-  Locked(const Locked&) = delete;
-  Locked& operator=(const Locked&) = delete;
-
- private:
-  pthread_mutex_t* mutex_;
-};
-
-// A log line prints a copy of the shared task name taken under this lock,
-// and the name is rewritten under it, only when it changes: a line shows the
-// old name or the new one, never a mixture. Callers that read the shared
-// record itself, through the returned pointers, take no lock.
-pthread_mutex_t task_name_mutex = PTHREAD_MUTEX_INITIALIZER;
-
-void load_task_name(char* to) {
-  const Locked lock(&task_name_mutex);
-  memcpy(to, current_pid_info.p_name, kTextBufSize);
+// Shared bytes that threads may write together, all of them the same
+// bytes, and that callers read through returned pointers without a lock.
+// Only a byte that differs is written, so an unchanged value is never
+// rewritten under a reader; a write is a compare-exchange from the byte
+// seen, so each byte changes once per new value and whoever reads it with
+// acquire ordering, and publishes after that, passes every writer's store on.
+void load_shared(const char* shared, char* to, size_t size) {
+  for (const char* end = shared + size; shared != end; ++shared, ++to) {
+    *to = __atomic_load_n(shared, __ATOMIC_ACQUIRE);
+  }
 }
 
-void store_task_name(const char* name) {
-  const Locked lock(&task_name_mutex);
-  memcpy(current_pid_info.p_name, name, kTextBufSize);
+void store_shared(char* shared, const char* from, size_t size) {
+  for (const char* end = from + size; from != end; ++from, ++shared) {
+    char seen = __atomic_load_n(shared, __ATOMIC_ACQUIRE);
+    if (seen != *from) {
+      __atomic_compare_exchange_n(shared, &seen, *from, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);
+    }
+  }
 }
 
 // Reads a switch property once per process. The announcement is passed in so
@@ -147,14 +136,14 @@ void kovani_utils_format_log_msg(char* buf, int size, const char* fmt, ...) {
 void kovani_utils_syslog_err(const char* fmt, ...) {
   va_list args;
   va_start(args, fmt);
-  vsyslog(LOG_ERR, fmt, args);
+  kovani_log::system_log(kovani_log::kSyslogError, fmt, args);
   va_end(args);
 }
 
 void kovani_utils_syslog_dbg(const char* fmt, ...) {
   va_list args;
   va_start(args, fmt);
-  vsyslog(LOG_DEBUG, fmt, args);
+  kovani_log::system_log(kovani_log::kSyslogDebug, fmt, args);
   va_end(args);
 }
 
@@ -196,24 +185,22 @@ void kovani_get_current_pid_info(kovani_pid_info_s_type* p_pid_info) {
   KOVANI_UTILS_LOG_EXIT();
 }
 
-// The new name is built over a copy of the old one, whose bytes past the
-// copied part it keeps, and published only when it differs.
-char* kovani_get_current_pid_name(void) {
+namespace {
+
+// Rereads the task name into name, over a copy of the shared one whose bytes
+// past the copied part it keeps, and shares the result. A log line prints
+// its own copy, so its prefix is never a mixture of two names.
+void refresh_task_name(char* name) {
   char path[kTextBufSize] = {0};
   format_status_path(path);
   char line[kTextBufSize] = {0};
-  if (read_status_line(__func__, path, line) == StatusRead::kRead) {
-    char previous[kTextBufSize];
-    load_task_name(previous);
-    char name[kTextBufSize];
-    memcpy(name, previous, sizeof(name));
+  load_shared(current_pid_info.p_name, name, kTextBufSize);
+  if (read_status_line("kovani_get_current_pid_name", path, line) == StatusRead::kRead) {
     take_task_name(line, name);
-    if (memcmp(name, previous, sizeof(name)) != 0) store_task_name(name);
+    store_shared(current_pid_info.p_name, name, kTextBufSize);
   }
-  return current_pid_info.p_name;
 }
 
-namespace {
 void fill_current_pid_info_once() {
   // The flag goes up before the fill; a racing reader may still see the
   // record empty, which the callers accept.
@@ -221,16 +208,22 @@ void fill_current_pid_info_once() {
     kovani_pid_info_s_type info;
     kovani_get_current_pid_info(&info);
     __atomic_store_n(&current_pid_info.p_id, info.p_id, __ATOMIC_RELAXED);
-    store_task_name(info.p_name);
+    store_shared(current_pid_info.p_name, info.p_name, kTextBufSize);
   }
 }
+
 }  // namespace
+
+char* kovani_get_current_pid_name(void) {
+  char name[kTextBufSize];
+  refresh_task_name(name);
+  return current_pid_info.p_name;
+}
 
 namespace kovani_log {
 TaskName refreshed_task_name() {
-  kovani_get_current_pid_name();
   TaskName name;
-  load_task_name(name.text);
+  refresh_task_name(name.text);
   return name;
 }
 }  // namespace kovani_log
@@ -625,42 +618,31 @@ int kovani_copy_file(const char* src, const char* tgt) {
 namespace {
 
 // A read-once cache, published with release/acquire ordering on its own
-// state. Each first caller fills a local copy, holding no lock across the
-// property reads and log lines that fill it, so a slow read stalls no other
-// cache and a fork never inherits a held lock; the first to finish copies
-// its own in. Concurrent first callers may each read the properties, which
-// the first-call rules allow, and every later call only loads the state.
+// flag. Each first caller fills a local copy, holding no lock across the
+// property reads and log lines that fill it, copies it in as shared bytes
+// and raises the flag: no caller waits for another, so a slow read stalls
+// no other cache and a child forked at any moment completes the copy itself.
+// Concurrent first callers may each read the properties, which the
+// first-call rules allow, and every later call only loads the flag.
 template <typename T>
 class ReadOnce {
  public:
   constexpr ReadOnce() = default;
 
-  // The published value or, before there is one, *local once fill has
-  // filled it. A caller that loses the race answers from the winner's
-  // value, or from its own while the winner is still copying.
   template <typename Fill>
-  const T* get(T* local, Fill fill) {
-    if (state_.load(std::memory_order_acquire) == kPublished) return &value_;
-    fill(local);
-    int seen = kEmpty;
-    if (!state_.compare_exchange_strong(seen, kCopying, std::memory_order_acquire)) {
-      return seen == kPublished ? &value_ : local;
+  const T* get(Fill fill) {
+    if (!published_.load(std::memory_order_acquire)) {
+      T local;
+      fill(&local);
+      store_shared(reinterpret_cast<char*>(&value_), reinterpret_cast<const char*>(&local),
+                   sizeof(T));
+      published_.store(true, std::memory_order_release);
     }
-    value_ = *local;
-    state_.store(kPublished, std::memory_order_release);
-    return &value_;
-  }
-
-  // For callers that hand the cache itself out: waits out another caller's
-  // copy into it, which holds no lock and calls nothing.
-  const T* published() const {
-    while (state_.load(std::memory_order_acquire) != kPublished) sched_yield();
     return &value_;
   }
 
  private:
-  enum : int { kEmpty, kCopying, kPublished };
-  std::atomic<int> state_{kEmpty};
+  std::atomic<bool> published_{false};
   T value_{};
 };
 
@@ -670,9 +652,9 @@ struct Text {
 
 // A read-once property, terminated at its last byte, so a value of 255
 // characters or more is cut there.
-const char* read_property_once(ReadOnce<Text>* cache, Text* local, const char* property,
+const char* read_property_once(ReadOnce<Text>* cache, const char* property,
                                const char* default_value) {
-  const Text* value = cache->get(local, [=](Text* fill) {
+  const Text* value = cache->get([=](Text* fill) {
     *fill = Text{};
     kovani_get_property_value(property, fill->text, default_value);
     fill->text[kTextBufSize - 1] = '\0';
@@ -690,8 +672,7 @@ bool contains(const char* value, const char* marker) { return strstr(value, mark
 #define KOVANI_DEFINE_BUILD_PREDICATE(func, property, default_value, test, yes_text, no_text) \
   bool func(void) {                                                                           \
     static ReadOnce<Text> cache;                                                              \
-    Text local;  /* filled only on a first call */                                            \
-    const char* val = read_property_once(&cache, &local, property, default_value);            \
+    const char* val = read_property_once(&cache, property, default_value);                    \
     const bool ret = (test);                                                                  \
     if (ret) {                                                                                \
       KOVANI_UTILS_LOG_DBG(yes_text ", val = %s, ret = %d", val, ret);                        \
@@ -761,8 +742,7 @@ struct BuildVersion {
 
 int kovani_build_type_get(void) {
   static ReadOnce<BuildVersion> cache;
-  BuildVersion local;  // filled only on a first call
-  const BuildVersion* build = cache.get(&local, [](BuildVersion* value) {
+  const BuildVersion* build = cache.get([](BuildVersion* value) {
     *value = BuildVersion{};
     kovani_get_property_value("ro.vendor.radio.build_profile", value->profile, "NULL");
     kovani_get_property_value("ro.build.version.incremental", value->incremental, "");
@@ -819,35 +799,28 @@ bool kovani_get_single_sim_flag(void) {
 
 const char* kovani_device_name_get(void) {
   static ReadOnce<Text> cache;
-  Text local;  // filled only on a first call
-  const char* name = read_property_once(&cache, &local, "ro.product.device", "");
+  const char* name = read_property_once(&cache, "ro.product.device", "");
   KOVANI_UTILS_LOG_DBG("device_name: %s", name);
-  return cache.published()->text;
+  return name;
 }
 
 const char* kovani_build_region_get(void) {
   static ReadOnce<Text> cache;
-  Text local;  // filled only on a first call
-  const char* region = read_property_once(&cache, &local, "ro.nuvo.build.region", "NULL");
+  const char* region = read_property_once(&cache, "ro.nuvo.build.region", "NULL");
   KOVANI_UTILS_LOG_DBG("build_region: %s", region);
-  return cache.published()->text;
+  return region;
 }
 
 namespace {
 
 // Shared by both vendor-region functions and brought up to date by each
-// call: read into value, then copied over the shared buffer if it differs,
-// so an unchanged value is never rewritten under a reader.
+// call: read into value, then copied over the shared buffer.
 char vendor_build_region[kTextBufSize];
-pthread_mutex_t vendor_build_region_mutex = PTHREAD_MUTEX_INITIALIZER;
 
 void refresh_vendor_build_region(char* value) {
   kovani_get_property_value("persist.vendor.radio.build_region", value, "NULL");
   value[kTextBufSize - 1] = '\0';
-  const Locked lock(&vendor_build_region_mutex);
-  if (memcmp(vendor_build_region, value, kTextBufSize) != 0) {
-    memcpy(vendor_build_region, value, kTextBufSize);
-  }
+  store_shared(vendor_build_region, value, kTextBufSize);
 }
 
 }  // namespace

@@ -2,13 +2,25 @@
 #ifndef KOVANI_UTILS_LOG_H
 #define KOVANI_UTILS_LOG_H
 
-#include <stdio.h>
+#include <stdarg.h>
 
 #include <atomic>
 
 #include "kovani_utils.h"
 
 namespace kovani_log {
+
+// The two sinks, bound to the platform's own symbols: a fortified host build
+// would otherwise call __vsyslog_chk and __printf_chk, which a program that
+// interposes vsyslog or printf, as on the device, never sees. <syslog.h>
+// stays out of the library: clang would bind this name to its fortified
+// inline vsyslog.
+enum : int { kSyslogError = 3, kSyslogDebug = 7 };
+extern "C" {
+void system_log(int priority, const char* fmt, va_list args) __asm__("vsyslog")
+    __attribute__((format(printf, 2, 0)));
+int console(const char* fmt, ...) __asm__("printf") __attribute__((format(printf, 1, 2)));
+}
 
 // Switch caches: 0 off, 1 on, 2 not read yet. Relaxed atomics compile to
 // plain loads and stores; racing first readers store the same value.
@@ -63,7 +75,7 @@ inline bool console_debug_on() {
   } while (0)
 
 #define KOVANI_UTILS_CONSOLE_(func, fmt, ...) \
-  printf("RIL[%s:%d]: " fmt "\n", func, __LINE__, ##__VA_ARGS__)
+  kovani_log::console("RIL[%s:%d]: " fmt "\n", func, __LINE__, ##__VA_ARGS__)
 
 // The _IN forms name the function explicitly, for a helper whose lines must
 // carry its caller's name.

@@ -34,8 +34,12 @@ kovani_timer_callback_s_type* find_locked(unsigned int timer_id) {
   return record;
 }
 
-void free_record(kovani_timer_callback_s_type* record) {
+void free_params(const kovani_timer_callback_s_type* record) {
   if (record->need_free != 0 && record->extra_params != nullptr) free(record->extra_params);
+}
+
+void free_record(kovani_timer_callback_s_type* record) {
+  free_params(record);
   free(record);
 }
 
@@ -85,8 +89,9 @@ bool kovani_timer_stop(unsigned int timer_id) {
   KOVANI_UTILS_LOG_ENTRY();
   kovani_timer_callback_s_type* record = kovani_timer_find_and_remove_callback(timer_id);
   if (record != nullptr) {
+    free_params(record);
     KOVANI_UTILS_LOG_DBG("Cancel timer with ID %u", record->timer_id);
-    free_record(record);
+    free(record);
   } else {
     KOVANI_UTILS_LOG_ERR("Not find the timer_callback, timer_id = %u", timer_id);
   }

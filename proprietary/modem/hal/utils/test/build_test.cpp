@@ -120,12 +120,12 @@ TEST(Build, device_regions_and_sim) {
   const char* vendor = kovani_vendor_build_region_get();
   EXPECT_STREQ("NULL", vendor);
   EXPECT_FALSE(kovani_vendor_build_region_is_cfged());
-  Seed("persist.vendor.radio.build_region=EU");
-  EXPECT_TRUE(kovani_vendor_build_region_is_cfged());
-  EXPECT_STREQ("EU", vendor);
-  Seed("persist.vendor.radio.build_region=");
+  for (const std::string region : {"EU", "EV", "NULL", ""}) {  // EV: a byte one greater
+    Seed("persist.vendor.radio.build_region=" + region);
+    EXPECT_EQ(region != "NULL" && !region.empty(), kovani_vendor_build_region_is_cfged());
+    EXPECT_STREQ(region.empty() ? "NULL" : region.c_str(), vendor) << region;
+  }
   EXPECT_EQ(vendor, kovani_vendor_build_region_get());
-  EXPECT_STREQ("NULL", vendor);
   for (const char* sim : {"dsds", "dsda", "SSSS", "ssss"}) {
     Seed(std::string("persist.radio.multisim.config=") + sim);
     EXPECT_EQ(std::string(sim) == "ssss", kovani_get_single_sim_flag()) << sim;

@@ -1,10 +1,11 @@
 # Usage: cmake -DLIBRARY=... -DMAP_FILE=... -DNM=... "-DIMPORTS=a;b" [-DCHECK_IMPORTS=1]
-#        -P check_exports.cmake
+#        [-DFORBIDDEN=regex] -P check_exports.cmake
 # Fails unless the library's defined dynamic symbols equal the export list's
-# global entries and, with CHECK_IMPORTS, it imports only IMPORTS (the
-# property store and the vendor mutex, each of them), versioned C library
-# symbols and weak hooks. Sanitized builds import the C library through
-# their runtimes, unversioned, so they are not checked for imports.
+# global entries and, with CHECK_IMPORTS, it imports only IMPORTS (the two
+# sinks, the property store and the vendor mutex, each of them), versioned C
+# library symbols that FORBIDDEN does not match, and weak hooks. Sanitized
+# builds import the C library through their runtimes, unversioned, so they
+# are not checked for imports.
 cmake_minimum_required(VERSION 3.25)
 
 file(READ "${MAP_FILE}" map)
@@ -30,7 +31,7 @@ foreach(line IN LISTS lines)
     list(APPEND defined "${name}")
   elseif(name IN_LIST IMPORTS)
     list(APPEND imported "${name}")
-  elseif(NOT version AND NOT kind STREQUAL "w")
+  elseif(NOT version AND NOT kind STREQUAL "w" OR FORBIDDEN AND name MATCHES "${FORBIDDEN}")
     list(APPEND unexpected "${name}")
   endif()
 endforeach()

@@ -96,6 +96,7 @@ TEST(ProcessLookup, by_name) {
   for (const char* dir : {"7", "8", "bus"}) mkdir((proc / dir).c_str(), 0700);
   proc.Write("7/status", "Name:\tinit\n");
   proc.Write("8/status", "");
+  proc.Write("status", "Name:\tdot\n");  // seen through "." and ".."
   std::filesystem::create_directory_symlink("7", proc / "self");
   // clang-format off
   const struct { std::string root; const char* name; int pid; } rows[] = {

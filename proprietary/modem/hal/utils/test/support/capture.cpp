@@ -45,6 +45,7 @@ std::vector<LogLine> g_lines;
 std::string g_proc_root;
 std::deque<long> g_write_limits;
 std::atomic<bool> g_fail_record{false}, g_fail_threads{false};
+std::atomic<void*> g_watched{nullptr};
 
 template <typename Fn>
 Fn Real(const char* name) {
@@ -274,6 +275,7 @@ void LimitFileWrites(std::vector<long> limits) {
 }
 
 void FailNextTimerRecord() { g_fail_record = true; }
+void WatchFree(void* block) { g_watched = block; }
 void FailThreadStarts(bool fail) { g_fail_threads = fail; }
 
 }  // namespace kovani_test
@@ -284,10 +286,7 @@ using namespace kovani_test;
 
 // clang-format off
 extern "C" __attribute__((format(printf, 2, 0))) void vsyslog(int priority, const char* format, va_list args) { Record(priority, format, args); }
-// What glibc's fortified builds call instead.
-extern "C" __attribute__((format(printf, 3, 0))) void __vsyslog_chk(int priority, int, const char* format, va_list args) { Record(priority, format, args); }
 extern "C" int printf(const char* format, ...) { va_list a; va_start(a, format); const int n = Print(format, a); va_end(a); return n; }
-extern "C" __attribute__((format(printf, 2, 3))) int __printf_chk(int, const char* format, ...) { va_list a; va_start(a, format); const int n = Print(format, a); va_end(a); return n; }
 // clang-format on
 
 // /proc, or what stands for it.
@@ -305,6 +304,15 @@ extern "C" DIR* opendir(const char* path) {
 extern "C" FILE* fopen(const char* path, const char* mode) {
   static const auto real = Real<FILE* (*)(const char*, const char*)>("fopen");
   return real(Mapped(path).c_str(), mode);
+}
+
+// The watched block's free is logged as the debug line "free: watched".
+extern "C" __attribute__((no_sanitize("thread"))) void free(void* block) {
+  static const auto real = Real<void (*)(void*)>("free");
+  void* watched = block;
+  if (block != nullptr && g_watched.compare_exchange_strong(watched, nullptr))
+    kovani_utils_syslog_dbg("[capture.cpp:0] free: watched");
+  real(block);
 }
 
 // Uninstrumented: ThreadSanitizer allocates while it starts a thread.

@@ -1,8 +1,8 @@
 // The tests' shared support. child.cpp, for every test program: child
 // programs, fresh processes, files. capture.cpp, for the library's tests
 // only: the library's two sinks, its platform's faults and the golden
-// transcripts; it interposes vsyslog, printf, fopen, opendir, calloc, write
-// and pthread_create in the program that links it.
+// transcripts; it interposes vsyslog, printf, fopen, opendir, calloc, write,
+// free and pthread_create in the program that links it.
 #ifndef KOVANI_TEST_SUPPORT_H
 #define KOVANI_TEST_SUPPORT_H
 
@@ -95,6 +95,7 @@ std::string Results(std::initializer_list<bool> answers);
 
 void FakeProc(const std::string& root);          // stands for /proc; "" the real one
 void FailNextTimerRecord();                      // its calloc returns null
+void WatchFree(void* block);                     // its free logs D free: watched
 void FailThreadStarts(bool fail);                // pthread_create returns EAGAIN
 void HoldThreadStarts(bool hold);                // new threads wait until released
 void LimitFileWrites(std::vector<long> limits);  // each next write's bytes; < 0 fails
