@@ -45,7 +45,8 @@ std::vector<LogLine> g_lines;
 std::string g_proc_root;
 std::deque<long> g_write_limits;
 std::atomic<bool> g_fail_record{false}, g_fail_threads{false};
-std::atomic<void*> g_watched{nullptr};
+// Read with builtins in free, which runs where no library call may.
+void* g_watched = nullptr;
 
 template <typename Fn>
 Fn Real(const char* name) {
@@ -275,7 +276,7 @@ void LimitFileWrites(std::vector<long> limits) {
 }
 
 void FailNextTimerRecord() { g_fail_record = true; }
-void WatchFree(void* block) { g_watched = block; }
+void WatchFree(void* block) { __atomic_store_n(&g_watched, block, __ATOMIC_SEQ_CST); }
 void FailThreadStarts(bool fail) { g_fail_threads = fail; }
 
 }  // namespace kovani_test
@@ -306,11 +307,18 @@ extern "C" FILE* fopen(const char* path, const char* mode) {
   return real(Mapped(path).c_str(), mode);
 }
 
+// A sanitizer's own free, where one runs: its runtime frees while it starts,
+// before a lookup of the next free could finish.
+extern "C" void __interceptor_free(void* block) __attribute__((weak));
+
 // The watched block's free is logged as the debug line "free: watched".
-extern "C" __attribute__((no_sanitize("thread"))) void free(void* block) {
-  static const auto real = Real<void (*)(void*)>("free");
+// Uninstrumented: it runs before the sanitizers' shadow memory is there.
+extern "C" __attribute__((no_sanitize("address", "thread"))) void free(void* block) {
+  static const auto real =
+      __interceptor_free != nullptr ? __interceptor_free : Real<void (*)(void*)>("free");
   void* watched = block;
-  if (block != nullptr && g_watched.compare_exchange_strong(watched, nullptr))
+  if (block != nullptr && __atomic_compare_exchange_n(&g_watched, &watched, nullptr, false,
+                                                      __ATOMIC_SEQ_CST, __ATOMIC_SEQ_CST))
     kovani_utils_syslog_dbg("[capture.cpp:0] free: watched");
   real(block);
 }

@@ -26,7 +26,8 @@ constexpr std::string_view kConsoleAnchor = "RIL[";
 class FrameDecoder {
  public:
   // Decode's answer for a line that is not the library's after all.
-  static constexpr const char* kNotLibrary = "";
+  // One object (an inline variable), so that its address tells it apart.
+  static constexpr char kNotLibrary[] = "";
 
   // line: without its end. anchor: the '[' of kFrameAnchor (frame) or of
   // kConsoleAnchor. decoded->header is already set. Null when
