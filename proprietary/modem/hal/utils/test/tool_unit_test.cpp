@@ -73,6 +73,12 @@ struct MatchRow {
   const char* fields;  // joined by '|'; null when the text does not match
 };
 
+const std::string kAlmost = [] {
+  std::string text = "build_type(1), BUILD_PROFILE(";
+  for (int i = 0; i < 4000; ++i) text += "), BUILD_VERSION(";
+  return text + "x";
+}();
+
 const MatchRow kMatches[] = {
     {"Set timer with ID %u", "Set timer with ID 42", "42"},
     {"Set timer with ID %u", "Set timer with ID 42x", nullptr},
@@ -85,12 +91,20 @@ const MatchRow kMatches[] = {
     {"[%s] will be %s", "[a] will] will be b", "a] will|b"},
     {"x(%s), y(%s)", "x(), y()", "|"},
     {"%ld-%lu", "5-6", "5|6"},
+    {"build_type(%d), BUILD_PROFILE(%s), BUILD_VERSION(%s)", kAlmost, nullptr},
+    {"build_type(%d), BUILD_PROFILE(%s), BUILD_VERSION(%s)", kAlmost + ")",
+     nullptr},  // fields checked below
 };
 
 TEST(FormatMatcher, Table) {
   for (const MatchRow& row : kMatches) {
     Captures captures;
     const bool matched = MatchFormat(row.format, row.text, &captures);
+    if (row.text == kAlmost + ")") {
+      ASSERT_TRUE(matched);
+      EXPECT_EQ(captures.field[1], "");
+      continue;
+    }
     ASSERT_EQ(matched, row.fields != nullptr) << row.format << " / " << row.text.substr(0, 60);
     if (!matched) continue;
     std::string joined;
