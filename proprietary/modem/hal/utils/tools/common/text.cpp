@@ -38,12 +38,19 @@ std::string Shown(std::string_view text) {
   return shown;
 }
 
+std::string ClipLogText(std::string_view text) {
+  if (text.size() <= kLogTextMax) return std::string(text);
+  std::string clipped(text.substr(0, kLogTextMax));
+  return clipped.append(kCutMark);
+}
+
 std::string Quoted(const std::string& name) {
   return name == "standard input" ? name : "'" + name + "'";
 }
 
 std::string_view WithoutCr(std::string_view line) {
-  return !line.empty() && line.back() == '\r' ? line.substr(0, line.size() - 1) : line;
+  while (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+  return line;
 }
 
 uint64_t ParseUnsigned(std::string_view digits) {

@@ -47,6 +47,7 @@ Json SummaryJson(const LogReport& r) {
           {"last_time", TimeJson(r.last)},
           {"decoded", r.from_console ? "console" : "system_log"},
           {"other_form_lines", r.other_form_lines},
+          {"threads_dropped", r.threads_dropped},
           {"unparsed_lines", unparsed_lines}};
 }
 

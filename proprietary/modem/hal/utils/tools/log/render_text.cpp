@@ -3,6 +3,7 @@
 #include "common/library_names.h"
 #include "common/text.h"
 #include "log/render.h"
+#include "log/thread_states.h"
 
 namespace kovani_tool {
 namespace {
@@ -35,6 +36,11 @@ void WriteCounts(const LogReport& r, Output* out) {
                 source.library_lines);
   }
   out->Printf("  time span      %s to %s\n", TimeText(r.first), TimeText(r.last));
+  if (r.threads_dropped != 0) {
+    out->Printf("  dropped        %" PRIu64 " threads' unfinished starts or level changes, the "
+                "oldest past %zu at once\n",
+                r.threads_dropped, kThreadStatesMax);
+  }
 }
 
 void WriteSummary(const LogReport& r, Output* out) {

@@ -8,6 +8,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <deque>
 #include <functional>
 #include <map>
 #include <string>
@@ -24,8 +25,8 @@ constexpr size_t kListedMax = 1000;
 
 // A point in the log: its time as written and in milliseconds.
 struct LogTime {
-  char text[40] = {0};
   int64_t ms = 0;
+  char text[39] = {0};  // so that the whole is 48 bytes, two in each timer
   TimeBase base = TimeBase::kNoYear;
   bool known() const { return text[0] != '\0'; }
 };
@@ -55,6 +56,7 @@ extern const FlagName kFlagNames[3];
 
 struct Timer {
   uint32_t id = 0;  // 0 for a start that failed
+  uint32_t chain_next = UINT32_MAX;  // while the log is read: the next of its id
   uint64_t timeout_s = 0;
   bool has_timeout = false;
   Outcome outcome = Outcome::kPending;
@@ -69,7 +71,7 @@ struct Timer {
   bool has_late = false;
   int thread_result = 0;
   const MessageFormat* start_error = nullptr;
-  int64_t invalid_instance[2] = {0, 0};
+  int32_t invalid_instance[2] = {0, 0};
   int64_t late_ms = 0;  // fire time - start time - timeout, when has_late
   LogTime started_at;
   LogTime ended_at;
@@ -156,6 +158,9 @@ struct LogReport {
 
   uint64_t lines = 0;
   uint64_t unparsed = 0;
+  // Threads' unfinished starts and level changes dropped, oldest first, past
+  // ThreadStates' bound.
+  uint64_t threads_dropped = 0;
   LogTime first;
   LogTime last;
   uint64_t by_level[256] = {};  // by priority letter
@@ -167,7 +172,7 @@ struct LogReport {
   std::vector<Example> examples;  // the first unparsed lines
   std::vector<ErrorGroup> errors = std::vector<ErrorGroup>(MessageCount());
 
-  std::vector<Timer> timers;
+  std::deque<Timer> timers;  // grows without copies, so a timer costs what it holds
 
   CappedList<LevelChange> level_changes;
   std::string saved_default;
