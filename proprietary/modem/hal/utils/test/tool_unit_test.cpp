@@ -46,8 +46,15 @@ const HeaderRow kHeaders[] = {
     {"Nov 23 08:00:00 host qcrild[1423]: x", LogFormat::kSyslog, "Nov 23 08:00:00", 974966400000,
      0, 1423, 0},
     {"RIL[kovani_timer_stop:88]: x", LogFormat::kPlain, "", 0, 0, 0, 0},
+    // Dates that cannot exist keep no time, in every form.
     {"02-29 08:00:00.010  1423  1456 D q: x", LogFormat::kThreadtime, "02-29 08:00:00.010",
      951811200010, 'D', 1423, 1456},
+    {"02-30 08:00:00.010  1423  1456 D q: x", LogFormat::kThreadtime, "", 0, 'D', 1423, 1456},
+    {"2023-02-29 08:00:00.010 D/q( 1423): x", LogFormat::kTime, "", 0, 'D', 1423, 0},
+    {"11-23 24:00:00.010 D/q( 1423): x", LogFormat::kTime, "", 0, 'D', 1423, 0},
+    {"Mar  0 08:00:00 host q[1423]: x", LogFormat::kSyslog, "", 0, 0, 1423, 0},
+    {"Mar 99 08:00:00 host q[1423]: x", LogFormat::kSyslog, "", 0, 0, 1423, 0},
+    {"Apr 31 08:00:00 host q[1423]: x", LogFormat::kSyslog, "", 0, 0, 1423, 0},
 };
 
 TEST(LineHeader, EachFormatAndModifier) {
@@ -122,7 +129,8 @@ LogReport Decode(const std::string& log) {
 }
 
 struct TimelineRow {
-  const char* log;  // "@" stands for "11-23 08:00:0" and "#" for a frame
+  // "@" stands for "11-23 08:00:0", "#" for a frame, "*" for a fire of 7.
+  const char* log;
   const char* outcome;
   const char* late;  // "-" when none
 };
@@ -147,13 +155,44 @@ const TimelineRow kTimelines[] = {
     {"@0.010 1 1 E q: #timer.cpp:258] kovani_timer_start_ex: Failed to allocate memory for "
      "tcbinfo\n",
      "start failed: no memory for the record", "-"},
+    // Yearless: a common year, unless the log holds a Feb 29 or a bug report
+    // names a leap year. Across time bases, or backwards, no lateness.
+    {"02-28 23:59:58.000 1 1 D q: #timer.cpp:263] kovani_timer_start_ex: timeout_s = 5\n"
+     "02-28 23:59:58.001 1 1 D q: #timer.cpp:265] kovani_timer_start_ex: Set timer with ID 7\n"
+     "03-01 00:00:03.010 1 2 D q: *",
+     "fired", "10"},
+    {"02-29 00:00:00.000 1 3 D q: #timer.cpp:254] kovani_timer_start_ex: function entry ------------->\n"
+     "02-28 23:59:58.000 1 1 D q: #timer.cpp:263] kovani_timer_start_ex: timeout_s = 5\n"
+     "02-28 23:59:58.001 1 1 D q: #timer.cpp:265] kovani_timer_start_ex: Set timer with ID 7\n"
+     "03-01 00:00:03.010 1 2 D q: *",
+     "fired", "86400010"},
+    {"== dumpstate: 2024-03-01 00:00:09\n------ SYSTEM LOG (logcat) ------\n"
+     "02-28 23:59:58.000 1 1 D q: #timer.cpp:263] kovani_timer_start_ex: timeout_s = 5\n"
+     "02-28 23:59:58.001 1 1 D q: #timer.cpp:265] kovani_timer_start_ex: Set timer with ID 7\n"
+     "03-01 00:00:03.010 1 2 D q: *",
+     "fired", "86400010"},
+    {"1700000000.000 1 1 D q: #timer.cpp:263] kovani_timer_start_ex: timeout_s = 5\n"
+     "1700000000.001 1 1 D q: #timer.cpp:265] kovani_timer_start_ex: Set timer with ID 7\n"
+     "03-01 00:00:03.010 1 2 D q: *",
+     "fired", "-"},
+    {"03-01 00:00:09.000 1 1 D q: #timer.cpp:263] kovani_timer_start_ex: timeout_s = 5\n"
+     "03-01 00:00:09.001 1 1 D q: #timer.cpp:265] kovani_timer_start_ex: Set timer with ID 7\n"
+     "03-01 00:00:03.010 1 2 D q: *",
+     "fired", "-"},
 };
+
+const std::string kFire =
+    "SUB[0][kovani_utils_timer.cpp:180] kovani_timer_callback_dispatch_thread_proc: Will call "
+    "the timer_callback, timer_id = 7, timeout_s = 5\n";
 
 TEST(Timeline, OutcomesAndLateness) {
   for (const TimelineRow& row : kTimelines) {
     std::string log;
     for (const char* p = row.log; *p != '\0'; ++p) {
-      log += *p == '@' ? "11-23 08:00:0" : *p == '#' ? "SUB[0][kovani_utils_" : std::string(1, *p);
+      log += *p == '@'   ? "11-23 08:00:0"
+             : *p == '#' ? "SUB[0][kovani_utils_"
+             : *p == '*' ? kFire
+                         : std::string(1, *p);
     }
     const LogReport report = Decode(log);
     ASSERT_FALSE(report.timers.empty()) << row.log;

@@ -41,6 +41,7 @@ struct SourceSummary {
   InputKind kind = InputKind::kText;
   LogFormat format = LogFormat::kPlain;  // of its first library line
   uint64_t library_lines = 0;
+  int dumpstate_year = 0;  // the year a bug report names, or 0
 };
 
 class LineSink {

@@ -41,12 +41,22 @@ uint64_t CountNewlines(const char* from, const char* end) {
   return count;
 }
 
+// The year of "== dumpstate: YYYY-MM-DD HH:MM:SS" near a bug report's top.
+int DumpstateYear(std::string_view head) {
+  constexpr std::string_view kMarker = "== dumpstate: ";
+  const size_t at = head.substr(0, 4096).find(kMarker);
+  if (at == std::string_view::npos) return 0;
+  const std::string_view year = head.substr(at + kMarker.size(), 5);
+  return year.size() == 5 && year[4] == '-' ? static_cast<int>(ParseId(year.substr(0, 4))) : 0;
+}
+
 class Scanner {
  public:
   Scanner(size_t index, bool bug_report, LineSink* sink, SourceSummary* summary)
       : index_(index), bug_report_(bug_report), sink_(sink), summary_(summary) {}
 
   void ScanBlock(std::string_view block) {
+    if (bug_report_ && counted_to_ == nullptr) summary_->dumpstate_year = DumpstateYear(block);
     block_ = block.data();
     counted_to_ = block_;
     const char* const end = block_ + block.size();

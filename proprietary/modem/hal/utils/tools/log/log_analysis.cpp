@@ -14,6 +14,15 @@ struct LogAnalysis::Forms : public LineSink {
     (line.console ? console : system_log).OnUnparsed(line);
   }
 
+  // A bug report names its year; other logs are in a common year unless
+  // they hold a Feb 29.
+  bool LeapYear() const {
+    for (const SourceSummary& source : sources) {
+      if (source.dumpstate_year != 0) return IsLeapYear(source.dumpstate_year);
+    }
+    return system_log_report.yearless_feb29 || console_report.yearless_feb29;
+  }
+
   std::vector<SourceSummary> sources;
   LogReport system_log_report;
   LogReport console_report;
@@ -32,8 +41,9 @@ bool LogAnalysis::Add(Input* input, std::string* error) {
 }
 
 LogReport LogAnalysis::Finish() {
-  forms_->system_log.Finish();
-  forms_->console.Finish();
+  const bool leap_year = forms_->LeapYear();
+  forms_->system_log.Finish(leap_year);
+  forms_->console.Finish(leap_year);
   const bool from_console = forms_->system_log_report.found() == 0;
   LogReport& told = from_console ? forms_->console_report : forms_->system_log_report;
   const LogReport& other = from_console ? forms_->system_log_report : forms_->console_report;

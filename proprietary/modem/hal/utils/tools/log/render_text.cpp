@@ -105,7 +105,7 @@ void WriteWaits(const LogReport& r, Output* out) {
     out->Printf("    %-18s  %" PRId64 " s, ", TimeText(wait.start), wait.seconds);
     if (wait.skipped) {
       out->Append("not waited\n");
-    } else if (wait.ended && Elapsed(wait.start, wait.end, &waited)) {
+    } else if (wait.ended && Elapsed(wait.start, wait.end, &waited) && waited >= 0) {
       out->Printf("ended %s (%" PRId64 " ms)\n", TimeText(wait.end), waited);
     } else {
       out->Append(wait.ended ? "ended\n" : "no end seen\n");

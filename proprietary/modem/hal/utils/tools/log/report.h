@@ -32,7 +32,8 @@ struct LogTime {
 };
 
 LogTime TimeOf(const LineHeader& header);
-// Milliseconds from `from` to `to`, when both are known and comparable.
+// Milliseconds from `from` to `to`, when both are known and comparable: of
+// one base. Negative when the log's time ran backwards.
 bool Elapsed(const LogTime& from, const LogTime& to, int64_t* ms);
 // The time as written, or "-".
 const char* TimeText(const LogTime& time);
@@ -151,6 +152,11 @@ struct FailedSet {
 
 using Counts = std::map<std::string, uint64_t, std::less<>>;
 
+struct LogReport;
+// Moves the report's yearless times from the leap year they were read in to
+// a common year.
+void CountInCommonYear(LogReport* report);
+
 struct LogReport {
   std::vector<SourceSummary> sources;
   bool from_console = false;      // decoded from the console copy
@@ -182,6 +188,8 @@ struct LogReport {
   std::map<std::string, PropertyValue, std::less<>> properties;
   uint64_t properties_not_listed = 0;
   CappedList<FailedSet> failed_sets;
+
+  bool yearless_feb29 = false;  // a yearless time on Feb 29 was read
 
   uint64_t found() const { return lines + unparsed; }
 };

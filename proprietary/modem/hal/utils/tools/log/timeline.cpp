@@ -67,6 +67,9 @@ void Timeline::OnLine(const LibraryLine& line) {
   ++report_.by_level[static_cast<unsigned char>(priority)];
   CountInstance(line.instance);
   if (time.known()) {
+    if (time.base == TimeBase::kNoYear && time.ms >= kYearlessFeb29Ms && time.ms < kYearlessMar1Ms) {
+      report_.yearless_feb29 = true;
+    }
     if (!report_.first.known()) report_.first = time;
     report_.last = time;
   }
@@ -117,7 +120,8 @@ void Timeline::OnUnparsed(const UnparsedLine& line) {
   }
 }
 
-void Timeline::Finish() {
+void Timeline::Finish(bool leap_year) {
+  if (!leap_year) CountInCommonYear(&report_);
   timers_.Finish(report_.last);
   report_.threads_dropped = timers_.starts_dropped() + levels_.threads_dropped();
   for (size_t i = 0; i < report_.by_format.size(); ++i) {

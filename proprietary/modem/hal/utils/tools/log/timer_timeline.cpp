@@ -295,9 +295,10 @@ void TimerTimeline::Finish(const LogTime& last) {
     if (!timer.thread_reported && (!Elapsed(timer.started_at, last, &waited) || waited >= 1000)) {
       timer.flags |= kThreadNeverReported;
     }
-    // The thread sleeps the timeout as an unsigned int.
+    // The thread sleeps the timeout as an unsigned int. Time that ran
+    // backwards tells no lateness.
     if (timer.outcome == Outcome::kFired && timer.has_timeout &&
-        Elapsed(timer.started_at, timer.ended_at, &timer.late_ms)) {
+        Elapsed(timer.started_at, timer.ended_at, &timer.late_ms) && timer.late_ms >= 0) {
       timer.late_ms -= static_cast<int64_t>(static_cast<uint32_t>(timer.timeout_s)) * 1000;
       timer.has_late = true;
     }
