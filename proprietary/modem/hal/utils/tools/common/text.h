@@ -16,8 +16,12 @@ namespace kovani_tool {
 std::string Formatted(const char* format, va_list args) __attribute__((format(printf, 1, 0)));
 
 // Bytes from outside the tool as text output shows them: control
-// characters, which a terminal would act on, as \xNN.
+// characters (C0, DEL and C1, as UTF-8 or a lone byte), which a terminal
+// would act on, as \xNN.
 std::string Shown(std::string_view text);
+
+// The length of the valid UTF-8 character at text[at], or 0 when invalid.
+size_t Utf8Length(std::string_view text, size_t at);
 
 // Each text the tool keeps from a log is at most this long, then marked.
 constexpr size_t kLogTextMax = 256;

@@ -22,6 +22,12 @@ Json SourcesJson(const LogReport& r) {
   return sources;
 }
 
+Json InstancesJson(const LogReport& r) {
+  Json instances = Json::object();
+  for (const auto& [instance, count] : r.by_instance) instances[JsonKey(instance)] = count;
+  return instances;
+}
+
 Json SummaryJson(const LogReport& r) {
   Json by_level = Json::object();
   for (int priority = 0; priority < 256; ++priority) {
@@ -42,7 +48,7 @@ Json SummaryJson(const LogReport& r) {
           {"unparsed", r.unparsed},
           {"by_level", by_level},
           {"by_function", by_function},
-          {"by_instance", r.by_instance},
+          {"by_instance", InstancesJson(r)},
           {"first_time", TimeJson(r.first)},
           {"last_time", TimeJson(r.last)},
           {"decoded", r.from_console ? "console" : "system_log"},
@@ -113,7 +119,7 @@ Json RestartLevelJson(const LogReport& r) {
 Json PropertiesJson(const LogReport& r) {
   Json values = Json::object();
   for (const auto& [name, value] : r.properties) {
-    values[name] = {{"value", value.value}, {"time", TimeJson(value.time)}};
+    values[JsonKey(name)] = {{"value", value.value}, {"time", TimeJson(value.time)}};
   }
   Json failed = Json::array();
   for (const FailedSet& set : r.failed_sets.items) {
