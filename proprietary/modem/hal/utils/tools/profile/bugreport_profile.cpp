@@ -31,7 +31,16 @@ ProfileKind ReadProperties(Input* input, std::string* text, std::string* label,
   bool inside = false;
   bool found = false;
   size_t line_number = 0;
+  uint64_t looked = 0;
   for (std::string_view block; !(found && !inside) && reader.Next(&block);) {
+    // dumpstate writes the section near the top: a report or stream without
+    // one is not read to its end.
+    looked += block.size();
+    if (!found && looked > kLimit + block.size()) {
+      *error = "cannot read profile '" + input->name + "': no " +
+               std::string(kPropertiesSection) + " section in its first 64 MiB";
+      return ProfileKind::kFailed;
+    }
     while (!block.empty() && !(found && !inside)) {
       const size_t newline = block.find('\n');
       const std::string_view line = block.substr(0, newline);
