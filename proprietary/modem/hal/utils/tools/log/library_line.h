@@ -21,6 +21,8 @@ struct LibraryLine {
   bool console = false;
   std::string_view instance;  // "SUB[0]" or "[task]"; empty on the console
   size_t format = 0;          // index into Messages()
+  uint32_t source_line = 0;   // of the frame, or the console's
+  std::string_view body;      // the text the format matched
   Captures captures;
 };
 

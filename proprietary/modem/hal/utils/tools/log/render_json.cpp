@@ -51,7 +51,9 @@ Json SummaryJson(const LogReport& r) {
           {"by_instance", InstancesJson(r)},
           {"first_time", TimeJson(r.first)},
           {"last_time", TimeJson(r.last)},
-          {"decoded", r.from_console ? "console" : "system_log"},
+          {"decoded", r.both_forms     ? "system_log_and_console"
+                      : r.from_console ? "console"
+                                       : "system_log"},
           {"other_form_lines", r.other_form_lines},
           {"threads_dropped", r.threads_dropped},
           {"unparsed_lines", unparsed_lines}};

@@ -25,10 +25,13 @@ void WriteCounts(const LogReport& r, Output* out) {
     separator = ", ";
   }
   out->Printf("\n  unparsed       %" PRIu64 "\n", r.unparsed);
-  out->Printf("  decoded        %s\n", r.from_console ? "console lines" : "system log lines");
+  out->Printf("  decoded        %s\n", r.both_forms     ? "system log and console lines"
+                                       : r.from_console ? "console lines"
+                                                        : "system log lines");
   if (r.other_form_lines != 0) {
-    out->Printf("  left out       %" PRIu64 " %s, copies of the same\n", r.other_form_lines,
-                r.from_console ? "system log lines" : "console lines");
+    out->Printf("  left out       %" PRIu64 " lines, twins of lines decoded (same function, "
+                "source line and body, in order)\n",
+                r.other_form_lines);
   }
   for (const SourceSummary& source : r.sources) {
     out->Printf("  source         %s: %s, %" PRIu64 " library lines\n", SourceText(source).c_str(),

@@ -159,8 +159,9 @@ void CountInCommonYear(LogReport* report);
 
 struct LogReport {
   std::vector<SourceSummary> sources;
-  bool from_console = false;      // decoded from the console copy
-  uint64_t other_form_lines = 0;  // the other copy's lines, left out
+  bool from_console = false;      // decoded from the console copy only
+  bool both_forms = false;        // console lines without a twin decoded too
+  uint64_t other_form_lines = 0;  // twins of lines decoded, left out
 
   uint64_t lines = 0;
   uint64_t unparsed = 0;
