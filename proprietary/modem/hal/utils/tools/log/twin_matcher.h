@@ -27,14 +27,28 @@ class TwinMatcher {
   bool PairsWithEarlier(const LibraryLine& line);
 
  private:
+  static constexpr uint64_t kNone = UINT64_MAX;
+
+  // The lines of one copy by number, each linked to the next of its
+  // signature: a queue per signature without a container each.
   struct Copy {
-    std::unordered_map<uint64_t, std::deque<uint64_t>> waiting;  // by signature: numbers
-    std::deque<std::pair<uint64_t, uint64_t>> order;               // signature, number
+    struct Line {
+      uint64_t signature;
+      uint64_t next_alike;
+    };
+    struct Queue {
+      uint64_t head;
+      uint64_t tail;
+    };
+    std::unordered_map<uint64_t, Queue> waiting;  // by signature
+    std::deque<Line> lines;                        // numbers first to next - 1
+    uint64_t first = 0;
     uint64_t next = 0;
     uint64_t paired_up_to = 0;  // lines before this number can no longer pair
   };
 
-  void Wait(Copy* copy, uint64_t signature);
+  static bool TakeTwin(Copy* copy, uint64_t signature);
+  static void Wait(Copy* copy, uint64_t signature);
 
   Copy copies_[2];  // system log, console
 };
