@@ -23,19 +23,48 @@ std::string Formatted(const char* format, va_list args) {
   return text;
 }
 
+size_t Utf8Length(std::string_view text, size_t at) {
+  const auto byte = [&](size_t i) {
+    return at + i < text.size() ? static_cast<unsigned char>(text[at + i]) : 0u;
+  };
+  const unsigned lead = byte(0);
+  if (lead < 0x80) return 1;
+  // Overlong forms, surrogates and code points past U+10FFFF are invalid.
+  const size_t n = lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : 2;
+  const unsigned low = lead == 0xe0 ? 0xa0 : lead == 0xf0 ? 0x90 : 0x80;
+  const unsigned high = lead == 0xed ? 0x9f : lead == 0xf4 ? 0x8f : 0xbf;
+  if (lead < 0xc2 || lead > 0xf4 || byte(1) < low || byte(1) > high) return 0;
+  for (size_t i = 2; i < n; ++i) {
+    if (byte(i) < 0x80 || byte(i) > 0xbf) return 0;
+  }
+  return n;
+}
+
 std::string Shown(std::string_view text) {
   std::string shown;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte >= 0x20 && byte != 0x7f) {
-      shown.push_back(c);
+  for (size_t i = 0; i < text.size();) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    const size_t n = std::max<size_t>(Utf8Length(text, i), 1);
+    const bool c1 = n == 2 ? byte == 0xc2 && static_cast<unsigned char>(text[i + 1]) < 0xa0
+                           : byte >= 0x80 && byte < 0xa0;
+    if (byte >= 0x20 && byte != 0x7f && !c1) {
+      shown.append(text.substr(i, n));
+      i += n;
       continue;
     }
-    char escaped[8];
-    snprintf(escaped, sizeof(escaped), "\\x%02x", byte);
-    shown += escaped;
+    for (const size_t end = i + n; i < end; ++i) {
+      char escaped[8];
+      snprintf(escaped, sizeof(escaped), "\\x%02x", static_cast<unsigned char>(text[i]));
+      shown += escaped;
+    }
   }
   return shown;
+}
+
+std::string ClipLogText(std::string_view text) {
+  if (text.size() <= kLogTextMax) return std::string(text);
+  std::string clipped(text.substr(0, kLogTextMax));
+  return clipped.append(kCutMark);
 }
 
 std::string Quoted(const std::string& name) {
@@ -43,7 +72,8 @@ std::string Quoted(const std::string& name) {
 }
 
 std::string_view WithoutCr(std::string_view line) {
-  return !line.empty() && line.back() == '\r' ? line.substr(0, line.size() - 1) : line;
+  while (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+  return line;
 }
 
 uint64_t ParseUnsigned(std::string_view digits) {

@@ -114,6 +114,8 @@ bool FrameDecoder::DecodeFunctionAndBody(Cursor* c, std::string_view separator, 
     failure_ = c->Rest().size() < (separated ? 3 : separator.size()) ? kCut : kBadFrame;
     return false;
   }
+  decoded->source_line = static_cast<uint32_t>(decoded->console ? console_line : site >> 2);
+  decoded->body = c->Rest();
   if (MatchBody(call_site, c->Rest(), decoded)) return true;
   failure_ = kUnknownMessage;
   return false;

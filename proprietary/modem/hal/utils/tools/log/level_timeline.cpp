@@ -7,15 +7,10 @@
 namespace kovani_tool {
 namespace {
 
-constexpr size_t kValueMax = 256;
 constexpr size_t kPropertiesMax = 10000;
 constexpr char kLevelProperty[] = "persist.vendor.ssr.restart_level";
 
-// What the log took from a field that may be long: as much as is kept of a
-// property value.
-std::string_view Kept(std::string_view field) { return field.substr(0, kValueMax); }
-
-// format with its conversions replaced by the captured fields.
+// format with its conversions replaced by the captured fields, clipped.
 std::string Render(const char* format, const Captures& captures) {
   std::string text;
   int field = 0;
@@ -25,9 +20,10 @@ std::string Render(const char* format, const Captures& captures) {
       continue;
     }
     if (*++p == 'l') ++p;
-    if (field < captures.count) text.append(captures.field[field++]);
+    if (field < captures.count) text.append(captures.field[field++].substr(0, kLogTextMax + 1));
+    if (text.size() > kLogTextMax) break;
   }
-  return text;
+  return ClipLogText(text);
 }
 
 int TypeField(std::string_view field) { return static_cast<int>(ParseInteger(field)); }
@@ -36,7 +32,7 @@ int TypeField(std::string_view field) { return static_cast<int>(ParseInteger(fie
 
 void LevelTimeline::OnLevel(const MessageFormat& message, const Captures& fields,
                             const LogTime& time, uint64_t thread_key) {
-  const auto thread = [&] { return &threads_[thread_key]; };
+  const auto thread = [&] { return threads_.Get(thread_key); };
   switch (message.event) {
     case Event::kLevelRead:
       NoteLevel(time, message.function, "read", fields.field[1], -1);
@@ -58,11 +54,17 @@ void LevelTimeline::OnLevel(const MessageFormat& message, const Captures& fields
       NoteLevel(time, message.function, "set", fields.field[0], message.restart_type);
       // The first level ever set becomes the saved default.
       if (thread()->level_unsaved) SaveDefault(fields.field[0]);
-      thread()->written_level.assign(Kept(fields.field[0]));
+      thread()->written_level.assign(ClipLogText(fields.field[0]));
       break;
     default:
       OnWait(message, fields, time, thread());
   }
+  DropIfIdle(thread_key);
+}
+
+void LevelTimeline::DropIfIdle(uint64_t thread_key) {
+  const ThreadState* thread = threads_.Find(thread_key);
+  if (thread != nullptr && thread->Idle()) threads_.Drop(thread_key);
 }
 
 void LevelTimeline::OnWait(const MessageFormat& message, const Captures& fields,
@@ -90,14 +92,15 @@ void LevelTimeline::OnWait(const MessageFormat& message, const Captures& fields,
 }
 
 void LevelTimeline::SaveDefault(std::string_view level) {
-  report_.saved_default.assign(Kept(level));
+  report_.saved_default.assign(ClipLogText(level));
   report_.saved_default_known = true;
 }
 
 void LevelTimeline::NoteLevel(const LogTime& time, const char* function, const char* how,
                               std::string_view new_level, int type) {
-  if (strcmp(how, "set") != 0 && new_level == level_ && (type < 0 || type == level_type_)) return;
-  level_.assign(Kept(new_level));
+  const std::string level = ClipLogText(new_level);
+  if (strcmp(how, "set") != 0 && level == level_ && (type < 0 || type == level_type_)) return;
+  level_ = level;
   level_type_ = type;
   report_.level_changes.Add({time, function, how, level_, type});
 }
@@ -108,8 +111,8 @@ void LevelTimeline::OnProperty(const MessageFormat& message, const Captures& fie
     report_.failed_sets.Add({time, message.function, "", Render(message.format, fields)});
     return;
   }
-  const std::string_view name = Kept(fields.field[0]);
-  const std::string_view value = Kept(fields.field[1]);
+  const std::string name = ClipLogText(fields.field[0]);
+  const std::string value = ClipLogText(fields.field[1]);
   auto& properties = report_.properties;
   const auto found = properties.find(name);
   if (found != properties.end()) {
@@ -123,12 +126,13 @@ void LevelTimeline::OnProperty(const MessageFormat& message, const Captures& fie
   if (name != kLevelProperty) return;
   // A switch's trace reads back what now stands; the platform may have
   // refused the write.
-  ThreadState* thread = &threads_[thread_key];
-  if (!thread->written_level.empty() && value != thread->written_level) {
+  ThreadState* thread = threads_.Find(thread_key);
+  if (thread != nullptr && !thread->written_level.empty() && value != thread->written_level) {
     report_.failed_sets.Add({time, "kovani_set_modem_ssr_type", kLevelProperty,
-                             "set to " + thread->written_level + ", reads " + std::string(value)});
+                             "set to " + thread->written_level + ", reads " + value});
   }
-  thread->written_level.clear();
+  if (thread != nullptr) thread->written_level.clear();
+  DropIfIdle(thread_key);
   NoteLevel(time, message.function, "property", value, -1);
 }
 

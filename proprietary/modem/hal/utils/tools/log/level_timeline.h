@@ -8,11 +8,11 @@
 
 #include <string>
 #include <string_view>
-#include <unordered_map>
 
 #include "log/catalogue.h"
 #include "log/format_matcher.h"
 #include "log/report.h"
+#include "log/thread_states.h"
 
 namespace kovani_tool {
 
@@ -26,6 +26,8 @@ class LevelTimeline {
   // A property trace or a refused set, logged by thread.
   void OnProperty(const MessageFormat& message, const Captures& fields, const LogTime& time,
                   uint64_t thread);
+  // Threads' unfinished level changes and waits dropped past the bound.
+  uint64_t threads_dropped() const { return threads_.dropped(); }
 
  private:
   // What one thread is in the middle of.
@@ -34,18 +36,22 @@ class LevelTimeline {
     std::string written_level;  // a restart level just written, until its trace
     int64_t wait_planned = 0;
     uint32_t wait = UINT32_MAX;
+    bool Idle() const {
+      return !level_unsaved && written_level.empty() && wait_planned == 0 && wait == UINT32_MAX;
+    }
   };
 
   void NoteLevel(const LogTime& time, const char* function, const char* how,
                  std::string_view new_level, int type);
   void SaveDefault(std::string_view level);
+  void DropIfIdle(uint64_t thread);
   void OnWait(const MessageFormat& message, const Captures& fields, const LogTime& time,
               ThreadState* thread);
 
   LogReport& report_;
   std::string level_;
   int level_type_ = -1;
-  std::unordered_map<uint64_t, ThreadState> threads_;  // by pid and tid
+  ThreadStates<ThreadState> threads_;
 };
 
 }  // namespace kovani_tool

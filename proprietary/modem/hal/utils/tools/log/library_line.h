@@ -21,6 +21,8 @@ struct LibraryLine {
   bool console = false;
   std::string_view instance;  // "SUB[0]" or "[task]"; empty on the console
   size_t format = 0;          // index into Messages()
+  uint32_t source_line = 0;   // of the frame, or the console's
+  std::string_view body;      // the text the format matched
   Captures captures;
 };
 
@@ -42,6 +44,7 @@ struct SourceSummary {
   LogFormat format = LogFormat::kPlain;  // of its first library line
   uint64_t library_lines = 0;
   bool log_section = false;  // a bug report that has a SYSTEM LOG section
+  int dumpstate_year = 0;    // the year a bug report names, or 0
 };
 
 class LineSink {

@@ -105,8 +105,8 @@ void SyslogFields(Cursor* c, LineHeader* header) {
 bool Time(Cursor* c, LineHeader* header, bool* syslog, SecondCache* cache) {
   ParsedTime time;
   if (!ReadTime(c, &time, syslog, cache)) return false;
-  header->time = time.text;
-  header->ms = time.ms;
+  header->time = time.exists() ? time.text : std::string_view();
+  header->ms = time.exists() ? time.ms : 0;
   header->base = time.base;
   return true;
 }

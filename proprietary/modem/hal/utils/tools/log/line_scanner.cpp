@@ -14,6 +14,7 @@ namespace {
 
 // How much of the line before a block is kept, for a long-format header.
 constexpr size_t kKeptLineMax = 256;
+constexpr const char* kLongLine = "a line longer than 16 MiB, not decoded";
 
 const char* Find(const char* from, const char* end, std::string_view needle) {
   if (from >= end) return nullptr;
@@ -41,32 +42,62 @@ uint64_t CountNewlines(const char* from, const char* end) {
   return count;
 }
 
+// The year of "== dumpstate: YYYY-MM-DD HH:MM:SS" near a bug report's top.
+int DumpstateYear(std::string_view head) {
+  constexpr std::string_view kMarker = "== dumpstate: ";
+  const size_t at = head.substr(0, 4096).find(kMarker);
+  if (at == std::string_view::npos) return 0;
+  const std::string_view year = head.substr(at + kMarker.size(), 5);
+  return year.size() == 5 && year[4] == '-' ? static_cast<int>(ParseId(year.substr(0, 4))) : 0;
+}
+
 class Scanner {
  public:
   Scanner(size_t index, bool bug_report, LineSink* sink, SourceSummary* summary)
       : index_(index), bug_report_(bug_report), sink_(sink), summary_(summary) {}
 
-  void ScanBlock(std::string_view block) {
+  // cut: the block ends inside a line longer than the reader holds.
+  void ScanBlock(std::string_view block, bool cut) {
+    if (bug_report_ && counted_to_ == nullptr) summary_->dumpstate_year = DumpstateYear(block);
     block_ = block.data();
     counted_to_ = block_;
+    const char* begin = block_;
     const char* const end = block_ + block.size();
-    if (bug_report_) {
-      ScanSections(end);
-    } else {
-      ScanRegion(block_, end);
+    if (long_line_) {
+      const char* newline = static_cast<const char*>(memchr(begin, '\n', end - begin));
+      NoteLongPiece(begin, newline == nullptr ? end : newline);
+      if (newline == nullptr) return;
+      EndLongLine();
+      begin = newline + 1;
     }
-    LineNumberAt(end);
-    const char* last = end;
+    const char* scan_end = end;
+    if (cut) {
+      const char* newline = static_cast<const char*>(memrchr(begin, '\n', end - begin));
+      scan_end = newline == nullptr ? begin : newline + 1;
+    }
+    if (bug_report_) {
+      ScanSections(begin, scan_end);
+    } else {
+      ScanRegion(begin, scan_end);
+    }
+    if (cut) StartLongLine(scan_end, end);
+    LineNumberAt(scan_end);
+    const char* last = scan_end;
     if (last > block_ && last[-1] == '\n') --last;
     const char* newline = static_cast<const char*>(memrchr(block_, '\n', last - block_));
     const char* last_line = newline == nullptr ? block_ : newline + 1;
     previous_line_.assign(last_line, std::min<size_t>(last - last_line, kKeptLineMax));
   }
 
+  // After the last block: a long line the input ends in.
+  void Finish() {
+    if (long_line_) EndLongLine();
+  }
+
  private:
   // Only the system log of a bug report is the library's log.
-  void ScanSections(const char* end) {
-    for (const char* at = block_; at < end;) {
+  void ScanSections(const char* begin, const char* end) {
+    for (const char* at = begin; at < end;) {
       const char* header = std::string_view(at, end - at).substr(0, 7) == "------ "
                                ? at
                                : Find(at, end, "\n------ ");
@@ -102,6 +133,38 @@ class Scanner {
       DecodeLine(line_start, line_end, at, frame);
       at = line_end + 1;
     }
+  }
+
+  // A line longer than the reader holds comes in pieces: it is not decoded,
+  // and counted as unparsed when it holds an anchor of the library's.
+  void StartLongLine(const char* from, const char* end) {
+    long_line_ = true;
+    long_line_ours_ = false;
+    long_line_number_ = LineNumberAt(from);
+    long_line_start_.assign(from, std::min<size_t>(end - from, kKeptLineMax));
+    seam_.clear();
+    NoteLongPiece(from, end);
+  }
+
+  void NoteLongPiece(const char* from, const char* end) {
+    const std::string_view piece(from, end - from);
+    const std::string seam = seam_ + std::string(piece.substr(0, kFrameAnchor.size()));
+    for (const std::string_view text : {piece, std::string_view(seam)}) {
+      long_line_ours_ |= text.find(kFrameAnchor) != std::string_view::npos ||
+                         text.find(kConsoleAnchor) != std::string_view::npos;
+    }
+    seam_.assign(piece.substr(piece.size() - std::min(piece.size(), kFrameAnchor.size())));
+  }
+
+  void EndLongLine() {
+    long_line_ = false;
+    if (!long_line_ours_ || (bug_report_ && !in_log_section_)) return;
+    UnparsedLine unparsed;
+    unparsed.source = index_;
+    unparsed.line_number = long_line_number_;
+    unparsed.text = long_line_start_;
+    unparsed.reason = kLongLine;
+    sink_->OnUnparsed(unparsed);
   }
 
   // 1-based number of the line that starts at `at`.
@@ -167,6 +230,11 @@ class Scanner {
   std::string previous_line_;
   bool in_log_section_ = false;
   FrameDecoder decoder_;
+  bool long_line_ = false;
+  bool long_line_ours_ = false;
+  uint64_t long_line_number_ = 0;
+  std::string long_line_start_;
+  std::string seam_;  // the end of the last piece, for an anchor cut in two
   SecondCache second_;
 };
 
@@ -179,7 +247,8 @@ bool DecodeInput(Input* input, size_t index, LineSink* sink, SourceSummary* summ
   summary->kind = input->kind;
   Scanner scanner(index, input->kind != InputKind::kText, sink, summary);
   BlockReader reader(input->source.get());
-  for (std::string_view block; reader.Next(&block);) scanner.ScanBlock(block);
+  for (std::string_view block; reader.Next(&block);) scanner.ScanBlock(block, reader.cut());
+  scanner.Finish();
   if (!reader.failed()) return true;
   *error = "cannot read " + Quoted(input->name) +
            (input->entry.empty() ? "" : " (" + input->entry + ")") + ": " + input->source->error();

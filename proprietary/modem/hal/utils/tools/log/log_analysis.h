@@ -1,7 +1,6 @@
 // Decodes logs into one report. The library writes each line to the system
-// log and to the console; a log may hold both copies, which are decoded
-// apart, and the system log's, which carries times, threads and levels, is
-// the one told.
+// log and to the console; a log may hold both copies: a line is left out
+// only as the twin of one decoded before it (see TwinMatcher).
 
 #ifndef KOVANI_TOOLS_LOG_LOG_ANALYSIS_H
 #define KOVANI_TOOLS_LOG_LOG_ANALYSIS_H

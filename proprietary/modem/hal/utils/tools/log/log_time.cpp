@@ -25,19 +25,32 @@ int64_t Milliseconds(Cursor* c) {
   return ms;
 }
 
-// HH:MM:SS as milliseconds into the day; a fraction is left to the caller.
+// HH:MM:SS as milliseconds into the day (kImpossibleTime past 23:59:60); a
+// fraction is left to the caller.
 bool Clock(Cursor* c, int64_t* ms) {
   uint64_t h, m, s;
   if (!c->Number(2, 2, &h) || !c->Skip(':') || !c->Number(2, 2, &m) || !c->Skip(':') ||
       !c->Number(2, 2, &s)) {
     return false;
   }
-  *ms = static_cast<int64_t>(((h * 60 + m) * 60 + s) * 1000);
+  *ms = h > 23 || m > 59 || s > 60 ? kImpossibleTime
+                                   : static_cast<int64_t>(((h * 60 + m) * 60 + s) * 1000);
   return true;
 }
 
 // Dates without a year count as in 2000, a leap year, so that 02-29 exists.
 constexpr int64_t kYearUnknown = 2000;
+
+// The time of a date and clock, or kImpossibleTime.
+int64_t TimeOfDate(int64_t year, uint64_t month, uint64_t day, int64_t clock) {
+  static constexpr uint8_t kDays[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  if (clock == kImpossibleTime || month < 1 || month > 12 || day < 1 || day > kDays[month - 1] ||
+      (month == 2 && day == 29 && !IsLeapYear(year))) {
+    return kImpossibleTime;
+  }
+  return DaysFromCivil(year, static_cast<unsigned>(month), static_cast<unsigned>(day)) * 86400000 +
+         clock;
+}
 
 // A syslog date: "Nov 23 13:51:00".
 bool MonthDayTime(Cursor* c, int64_t* ms) {
@@ -50,10 +63,7 @@ bool MonthDayTime(Cursor* c, int64_t* ms) {
   c->SkipSpaces();
   int64_t clock;
   if (!c->Number(1, 2, &day) || !c->Skip(' ') || !Clock(c, &clock)) return false;
-  *ms = DaysFromCivil(kYearUnknown, static_cast<unsigned>(month / 3 + 1),
-                      static_cast<unsigned>(day)) *
-            86400000 +
-        clock;
+  *ms = TimeOfDate(kYearUnknown, month / 3 + 1, day, clock);
   return true;
 }
 
@@ -79,15 +89,16 @@ bool DateTime(Cursor* c, int64_t* ms, TimeBase* base, bool* syslog, SecondCache*
     return false;
   }
   int64_t clock;
-  if (!c->Skip('-') || !c->Number(2, 2, &day) || month < 1 || month > 12 || day < 1 || day > 31) {
-    return false;
-  }
+  if (!c->Skip('-') || !c->Number(2, 2, &day)) return false;
   *syslog = c->Skip('T');
   if ((!*syslog && !c->Skip(' ')) || !Clock(c, &clock)) return false;
-  *ms = DaysFromCivil(year, static_cast<unsigned>(month), static_cast<unsigned>(day)) * 86400000 +
-        clock;
+  *ms = TimeOfDate(year, month, day, clock);
   const size_t second_end = c->pos();
   if (!c->Skip('.')) return true;
+  if (*ms == kImpossibleTime) {
+    Milliseconds(c);
+    return true;
+  }
   if (cache != nullptr && !*syslog && second_end - from <= cache->text.size()) {
     *cache = {{}, second_end - from, *ms, *base};
     memcpy(cache->text.data(), c->Since(from).data(), cache->size);
@@ -97,6 +108,8 @@ bool DateTime(Cursor* c, int64_t* ms, TimeBase* base, bool* syslog, SecondCache*
 }
 
 }  // namespace
+
+bool IsLeapYear(int64_t year) { return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0; }
 
 bool ReadTime(Cursor* c, ParsedTime* time, bool* syslog, SecondCache* cache) {
   c->SkipSpaces();

@@ -24,6 +24,12 @@ Json SourcesJson(const LogReport& r) {
   return sources;
 }
 
+Json InstancesJson(const LogReport& r) {
+  Json instances = Json::object();
+  for (const auto& [instance, count] : r.by_instance) instances[JsonKey(instance)] = count;
+  return instances;
+}
+
 Json SummaryJson(const LogReport& r) {
   Json by_level = Json::object();
   for (int priority = 0; priority < 256; ++priority) {
@@ -44,11 +50,14 @@ Json SummaryJson(const LogReport& r) {
           {"unparsed", r.unparsed},
           {"by_level", by_level},
           {"by_function", by_function},
-          {"by_instance", r.by_instance},
+          {"by_instance", InstancesJson(r)},
           {"first_time", TimeJson(r.first)},
           {"last_time", TimeJson(r.last)},
-          {"decoded", r.from_console ? "console" : "system_log"},
+          {"decoded", r.both_forms     ? "system_log_and_console"
+                      : r.from_console ? "console"
+                                       : "system_log"},
           {"other_form_lines", r.other_form_lines},
+          {"threads_dropped", r.threads_dropped},
           {"unparsed_lines", unparsed_lines},
           {"formats_looked_for", std::string(kFormatsTried)}};
 }
@@ -115,7 +124,7 @@ Json RestartLevelJson(const LogReport& r) {
 Json PropertiesJson(const LogReport& r) {
   Json values = Json::object();
   for (const auto& [name, value] : r.properties) {
-    values[name] = {{"value", value.value}, {"time", TimeJson(value.time)}};
+    values[JsonKey(name)] = {{"value", value.value}, {"time", TimeJson(value.time)}};
   }
   Json failed = Json::array();
   for (const FailedSet& set : r.failed_sets.items) {

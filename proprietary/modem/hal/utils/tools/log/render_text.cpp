@@ -3,6 +3,7 @@
 #include "common/library_names.h"
 #include "common/text.h"
 #include "log/render.h"
+#include "log/thread_states.h"
 
 namespace kovani_tool {
 namespace {
@@ -26,10 +27,13 @@ void WriteCounts(const LogReport& r, Output* out) {
     separator = ", ";
   }
   out->Printf("\n  unparsed       %" PRIu64 "\n", r.unparsed);
-  out->Printf("  decoded        %s\n", r.from_console ? "console lines" : "system log lines");
+  out->Printf("  decoded        %s\n", r.both_forms     ? "system log and console lines"
+                                       : r.from_console ? "console lines"
+                                                        : "system log lines");
   if (r.other_form_lines != 0) {
-    out->Printf("  left out       %" PRIu64 " %s, copies of the same\n", r.other_form_lines,
-                r.from_console ? "system log lines" : "console lines");
+    out->Printf("  left out       %" PRIu64 " lines, twins of lines decoded (same function, "
+                "source line and body, in order)\n",
+                r.other_form_lines);
   }
   for (const SourceSummary& source : r.sources) {
     out->Printf("  source         %s: %s, %" PRIu64 " library lines\n", SourceText(source).c_str(),
@@ -37,6 +41,11 @@ void WriteCounts(const LogReport& r, Output* out) {
                 source.library_lines);
   }
   out->Printf("  time span      %s to %s\n", TimeText(r.first), TimeText(r.last));
+  if (r.threads_dropped != 0) {
+    out->Printf("  dropped        %" PRIu64 " threads' unfinished starts or level changes, the "
+                "oldest past %zu at once\n",
+                r.threads_dropped, kThreadStatesMax);
+  }
 }
 
 void WriteSummary(const LogReport& r, Output* out) {
@@ -101,7 +110,7 @@ void WriteWaits(const LogReport& r, Output* out) {
     out->Printf("    %-18s  %" PRId64 " s, ", TimeText(wait.start), wait.seconds);
     if (wait.skipped) {
       out->Append("not waited\n");
-    } else if (wait.ended && Elapsed(wait.start, wait.end, &waited)) {
+    } else if (wait.ended && Elapsed(wait.start, wait.end, &waited) && waited >= 0) {
       out->Printf("ended %s (%" PRId64 " ms)\n", TimeText(wait.end), waited);
     } else {
       out->Append(wait.ended ? "ended\n" : "no end seen\n");

@@ -15,11 +15,43 @@ LogTime TimeOf(const LineHeader& header) {
 bool Elapsed(const LogTime& from, const LogTime& to, int64_t* ms) {
   if (!from.known() || !to.known() || from.base != to.base) return false;
   *ms = to.ms - from.ms;
-  // Dates without a year are all counted in one (a leap year): half a year
-  // back means the log went past New Year.
+  // Dates without a year are all counted in one: half a year back means the
+  // log went past New Year.
   constexpr int64_t kDay = 86400000;
   if (from.base == TimeBase::kNoYear && *ms < -183 * kDay) *ms += 366 * kDay;
+  if (from.base == TimeBase::kCommonYear && *ms < -183 * kDay) *ms += 365 * kDay;
   return true;
+}
+
+namespace {
+
+void ToCommonYear(LogTime* time) {
+  if (!time->known() || time->base != TimeBase::kNoYear) return;
+  time->base = TimeBase::kCommonYear;
+  if (time->ms >= kYearlessMar1Ms) time->ms -= 86400000;
+}
+
+}  // namespace
+
+void CountInCommonYear(LogReport* r) {
+  ToCommonYear(&r->first);
+  ToCommonYear(&r->last);
+  for (ErrorGroup& group : r->errors) {
+    ToCommonYear(&group.first);
+    ToCommonYear(&group.last);
+  }
+  for (Timer& timer : r->timers) {
+    ToCommonYear(&timer.started_at);
+    ToCommonYear(&timer.ended_at);
+  }
+  for (LevelChange& change : r->level_changes.items) ToCommonYear(&change.time);
+  for (Wait& wait : r->waits.items) {
+    ToCommonYear(&wait.start);
+    ToCommonYear(&wait.end);
+  }
+  for (auto& entry : r->properties) ToCommonYear(&entry.second.time);
+  for (FailedSet& set : r->failed_sets.items) ToCommonYear(&set.time);
+  for (ErrorLine& line : r->error_lines.items) ToCommonYear(&line.time);
 }
 
 const char* TimeText(const LogTime& time) { return time.known() ? time.text : "-"; }

@@ -8,6 +8,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <deque>
 #include <functional>
 #include <map>
 #include <string>
@@ -24,15 +25,16 @@ constexpr size_t kListedMax = 1000;
 
 // A point in the log: its time as written and in milliseconds.
 struct LogTime {
-  char text[40] = {0};
   int64_t ms = 0;
+  char text[39] = {0};  // so that the whole is 48 bytes, two in each timer
   TimeBase base = TimeBase::kNoYear;
   uint64_t ordinal = 0;  // the library line's number in the log, from 1
   bool known() const { return text[0] != '\0'; }
 };
 
 LogTime TimeOf(const LineHeader& header);
-// Milliseconds from `from` to `to`, when both are known and comparable.
+// Milliseconds from `from` to `to`, when both are known and comparable: of
+// one base. Negative when the log's time ran backwards.
 bool Elapsed(const LogTime& from, const LogTime& to, int64_t* ms);
 // The time as written, or "-".
 const char* TimeText(const LogTime& time);
@@ -56,6 +58,7 @@ extern const FlagName kFlagNames[3];
 
 struct Timer {
   uint32_t id = 0;  // 0 for a start that failed
+  uint32_t chain_next = UINT32_MAX;  // while the log is read: the next of its id
   uint64_t timeout_s = 0;
   bool has_timeout = false;
   Outcome outcome = Outcome::kPending;
@@ -70,7 +73,7 @@ struct Timer {
   bool has_late = false;
   int thread_result = 0;
   const MessageFormat* start_error = nullptr;
-  int64_t invalid_instance[2] = {0, 0};
+  int32_t invalid_instance[2] = {0, 0};
   int64_t late_ms = 0;  // fire time - start time - timeout, when has_late
   LogTime started_at;
   LogTime ended_at;
@@ -157,13 +160,22 @@ struct FailedSet {
 
 using Counts = std::map<std::string, uint64_t, std::less<>>;
 
+struct LogReport;
+// Moves the report's yearless times from the leap year they were read in to
+// a common year.
+void CountInCommonYear(LogReport* report);
+
 struct LogReport {
   std::vector<SourceSummary> sources;
-  bool from_console = false;      // decoded from the console copy
-  uint64_t other_form_lines = 0;  // the other copy's lines, left out
+  bool from_console = false;      // decoded from the console copy only
+  bool both_forms = false;        // console lines without a twin decoded too
+  uint64_t other_form_lines = 0;  // twins of lines decoded, left out
 
   uint64_t lines = 0;
   uint64_t unparsed = 0;
+  // Threads' unfinished starts and level changes dropped, oldest first, past
+  // ThreadStates' bound.
+  uint64_t threads_dropped = 0;
   LogTime first;
   LogTime last;
   uint64_t by_level[256] = {};  // by priority letter
@@ -176,7 +188,7 @@ struct LogReport {
   std::vector<ErrorGroup> errors = std::vector<ErrorGroup>(MessageCount());
   CappedList<ErrorLine, kErrorLinesMax> error_lines;
 
-  std::vector<Timer> timers;
+  std::deque<Timer> timers;  // grows without copies, so a timer costs what it holds
 
   CappedList<LevelChange> level_changes;
   std::string saved_default;
@@ -186,6 +198,8 @@ struct LogReport {
   std::map<std::string, PropertyValue, std::less<>> properties;
   uint64_t properties_not_listed = 0;
   CappedList<FailedSet> failed_sets;
+
+  bool yearless_feb29 = false;  // a yearless time on Feb 29 was read
 
   uint64_t found() const { return lines + unparsed; }
 };

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "common/text.h"
+
 namespace kovani_tool {
 namespace {
 
@@ -65,6 +67,9 @@ void Timeline::OnLine(const LibraryLine& line) {
   ++report_.by_level[static_cast<unsigned char>(priority)];
   CountInstance(line.instance);
   if (time.known()) {
+    if (time.base == TimeBase::kNoYear && time.ms >= kYearlessFeb29Ms && time.ms < kYearlessMar1Ms) {
+      report_.yearless_feb29 = true;
+    }
     if (!report_.first.known()) report_.first = time;
     report_.last = time;
   }
@@ -87,8 +92,11 @@ void Timeline::OnLine(const LibraryLine& line) {
   }
 }
 
-void Timeline::CountInstance(std::string_view instance) {
-  if (instance.empty()) return;
+void Timeline::CountInstance(std::string_view whole) {
+  if (whole.empty()) return;
+  std::string clipped;
+  if (whole.size() > kLogTextMax) clipped = ClipLogText(whole);
+  const std::string_view instance = clipped.empty() ? whole : clipped;
   Counts& counts = report_.by_instance;
   if (last_instance_ != counts.end() && last_instance_->first == instance) {
     ++last_instance_->second;
@@ -113,8 +121,10 @@ void Timeline::OnUnparsed(const UnparsedLine& line) {
   }
 }
 
-void Timeline::Finish() {
+void Timeline::Finish(bool leap_year) {
+  if (!leap_year) CountInCommonYear(&report_);
   timers_.Finish(report_.last);
+  report_.threads_dropped = timers_.starts_dropped() + levels_.threads_dropped();
   for (size_t i = 0; i < report_.by_format.size(); ++i) {
     const char* function = Messages()[i].function;
     auto& counts = report_.by_function;

@@ -21,8 +21,9 @@ class Timeline : public LineSink {
 
   void OnLine(const LibraryLine& line) override;
   void OnUnparsed(const UnparsedLine& line) override;
-  // After the last input: what only the whole log can tell.
-  void Finish();
+  // After the last input: what only the whole log can tell, its yearless
+  // dates in a leap year or not.
+  void Finish(bool leap_year);
 
  private:
   void CountInstance(std::string_view instance);

@@ -19,35 +19,38 @@ Variant VariantOf(const char* function) {
 // The timer chains hold for id (a chain's oldest), or kNone.
 uint32_t TimerTimeline::Find(const Chains& chains, uint32_t id) const {
   const auto found = chains.find(id);
-  return found == chains.end() ? kNone : found->second;
+  return found == chains.end() ? kNone : found->second.head;
+}
+
+uint32_t TimerTimeline::Latest(uint32_t id) const {
+  const auto found = latest_.find(id);
+  return found == latest_.end() ? kNone : found->second;
 }
 
 void TimerTimeline::Append(Chains* chains, uint32_t index) {
-  next_[index] = kNone;
-  const auto [head, inserted] = chains->emplace(timers_[index].id, index);
+  timers_[index].chain_next = kNone;
+  const auto [chain, inserted] = chains->emplace(timers_[index].id, Chain{index, index});
   if (inserted) return;
-  uint32_t at = head->second;
-  while (next_[at] != kNone) at = next_[at];
-  next_[at] = index;
+  timers_[chain->second.tail].chain_next = index;
+  chain->second.tail = index;
 }
 
 // Takes the oldest timer of id out of chains; kNone when there is none.
 uint32_t TimerTimeline::TakeOldest(Chains* chains, uint32_t id) {
   const auto found = chains->find(id);
   if (found == chains->end()) return kNone;
-  const uint32_t index = found->second;
-  if (next_[index] == kNone) {
+  const uint32_t index = found->second.head;
+  if (timers_[index].chain_next == kNone) {
     chains->erase(found);
   } else {
-    found->second = next_[index];
+    found->second.head = timers_[index].chain_next;
   }
-  next_[index] = kNone;
+  timers_[index].chain_next = kNone;
   return index;
 }
 
 uint32_t TimerTimeline::NewTimer(uint32_t id, Variant variant) {
   timers_.emplace_back();
-  next_.push_back(kNone);
   timers_.back().id = id;
   timers_.back().variant = variant;
   const uint32_t index = static_cast<uint32_t>(timers_.size() - 1);
@@ -69,18 +72,21 @@ uint32_t TimerTimeline::PendingOrNew(uint32_t id, Variant variant) {
 
 void TimerTimeline::OnStart(const MessageFormat& message, const Captures& fields,
                             const LogTime& time, uint64_t thread_key) {
-  StartInProgress* thread = &starts_[thread_key];
+  StartInProgress none;
+  StartInProgress* found = starts_.Find(thread_key);
+  StartInProgress* thread = found != nullptr ? found : &none;
   switch (message.event) {
     case Event::kStartEntry:
-      *thread = {VariantOf(message.function), time};
+      *starts_.Get(thread_key) = {VariantOf(message.function), time};
       break;
     case Event::kStartTimeout:
+      thread = starts_.Get(thread_key);
       if (thread->variant == Variant::kUnknown) *thread = {VariantOf(message.function), time};
       thread->timeout_s = ParseUnsigned(fields.field[0]);
       thread->has_timeout = true;
       break;
     case Event::kThreadNamed:
-      OnThreadNamed(fields.field[0], time, thread);
+      OnThreadNamed(fields.field[0], time, thread_key);
       break;
     case Event::kThreadResult:
       if (thread->named != kNone) {
@@ -90,9 +96,11 @@ void TimerTimeline::OnStart(const MessageFormat& message, const Captures& fields
     case Event::kStartSet:
     case Event::kStartSetParams:
       OnStartLogged(message, fields, time, thread);
+      starts_.Drop(thread_key);
       break;
     default:  // kStartInvalid, kStartNoMemory
       OnFailedStart(message, fields, time, thread);
+      starts_.Drop(thread_key);
   }
 }
 
@@ -103,14 +111,13 @@ void TimerTimeline::OnFailedStart(const MessageFormat& message, const Captures& 
   timer.start_error = &message;
   timer.started_at = thread->time.known() ? thread->time : time;
   for (int i = 0; i < 2 && i < fields.count; ++i) {
-    timer.invalid_instance[i] = ParseInteger(fields.field[i]);
+    timer.invalid_instance[i] = static_cast<int32_t>(ParseInteger(fields.field[i]));
   }
-  *thread = {};
 }
 
 // "TM<id>_ZURIL" is the name a start gives its dispatch thread.
 void TimerTimeline::OnThreadNamed(std::string_view name, const LogTime& time,
-                                  StartInProgress* thread) {
+                                  uint64_t thread_key) {
   constexpr std::string_view kPrefix = "TM";
   constexpr std::string_view kSuffix = "_ZURIL";
   if (name.size() <= kPrefix.size() + kSuffix.size() || name.substr(0, 2) != kPrefix ||
@@ -123,6 +130,7 @@ void TimerTimeline::OnThreadNamed(std::string_view name, const LogTime& time,
   }
   const int64_t id = ParseInteger(digits);
   if (id <= 0 || id > UINT32_MAX) return;
+  StartInProgress* thread = starts_.Get(thread_key);
   thread->named = StartTimer(static_cast<uint32_t>(id), time, *thread);
 }
 
@@ -151,7 +159,6 @@ void TimerTimeline::OnStartLogged(const MessageFormat& message, const Captures& 
   timer.start_logged = true;
   timer.variant = VariantOf(message.function);
   if (message.event == Event::kStartSetParams) timer.need_free = fields.field[2] == "true";
-  *thread = {};
 }
 
 // ---- Stops, clears and dispatch threads ----
@@ -187,7 +194,7 @@ void TimerTimeline::OnTimer(const MessageFormat& message, const Captures& fields
 // A stop logs after it took the record: a clear may have logged its entry
 // first, or the thread that the record was gone; the record was this stop's.
 void TimerTimeline::OnCancelled(uint32_t id, const LogTime& time) {
-  const uint32_t latest = Find(latest_, id);
+  const uint32_t latest = Latest(id);
   if (Find(pending_, id) == kNone && latest != kNone &&
       timers_[latest].outcome == Outcome::kCleared) {
     Timer& timer = timers_[latest];
@@ -205,7 +212,7 @@ void TimerTimeline::OnCancelled(uint32_t id, const LogTime& time) {
 
 // The dispatch thread may have taken the record and not yet said so.
 void TimerTimeline::OnStopUnknown(uint32_t id) {
-  const uint32_t index = Find(latest_, id);
+  const uint32_t index = Latest(id);
   if (index != kNone && timers_[index].outcome == Outcome::kFired) {
     timers_[index].flags |= kStopAfterFire;
   } else if (index != kNone && timers_[index].outcome == Outcome::kPending) {
@@ -288,9 +295,10 @@ void TimerTimeline::Finish(const LogTime& last) {
     if (!timer.thread_reported && (!Elapsed(timer.started_at, last, &waited) || waited >= 1000)) {
       timer.flags |= kThreadNeverReported;
     }
-    // The thread sleeps the timeout as an unsigned int.
+    // The thread sleeps the timeout as an unsigned int. Time that ran
+    // backwards tells no lateness.
     if (timer.outcome == Outcome::kFired && timer.has_timeout &&
-        Elapsed(timer.started_at, timer.ended_at, &timer.late_ms)) {
+        Elapsed(timer.started_at, timer.ended_at, &timer.late_ms) && timer.late_ms >= 0) {
       timer.late_ms -= static_cast<int64_t>(static_cast<uint32_t>(timer.timeout_s)) * 1000;
       timer.has_late = true;
     }

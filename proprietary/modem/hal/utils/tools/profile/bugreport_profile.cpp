@@ -30,13 +30,24 @@ ProfileKind ReadProperties(Input* input, std::string* text, std::string* label,
   constexpr size_t kLimit = KOVANI_HOST_PROPERTY_FILE_MAX;
   bool inside = false;
   bool found = false;
+  bool continued = false;  // a piece of a line longer than the reader holds
   size_t line_number = 0;
+  uint64_t looked = 0;
   for (std::string_view block; !(found && !inside) && reader.Next(&block);) {
+    // dumpstate writes the section near the top: a report or stream without
+    // one is not read to its end.
+    looked += block.size();
+    if (!found && looked > kLimit + block.size()) {
+      *error = "cannot read profile '" + input->name + "': no " +
+               std::string(kPropertiesSection) + " section in its first 64 MiB";
+      return ProfileKind::kFailed;
+    }
     while (!block.empty() && !(found && !inside)) {
       const size_t newline = block.find('\n');
       const std::string_view line = block.substr(0, newline);
       block.remove_prefix(newline == std::string_view::npos ? block.size() : newline + 1);
-      ++line_number;
+      line_number += continued ? 0 : 1;
+      continued = newline == std::string_view::npos && reader.cut();
       if (!found) {
         found = inside = SectionName(line) == kPropertiesSection;
         // Earlier lines and the header stay as blank ones, so line numbers hold.
