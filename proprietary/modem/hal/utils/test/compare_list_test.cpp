@@ -24,7 +24,7 @@ TEST(CompareList, compare_and_lists) {
   // clang-format off
   const struct { const char *a, *b; int result; } compared[] = {
       {"a", "a", 0}, {"ab", "ac", 104}, {"a", "ab", -103}, {"ab", "a", -103}, {"", "", 0},
-      {nullptr, nullptr, -101}, {"x", nullptr, -102}};
+      {nullptr, nullptr, -101}, {"x", nullptr, -102}, {"ba", "ca", 104}};
   const char* abc[] = {"abcd", "abc"};
   const char* empty[] = {""};
   const struct { const char* const* list; uint32_t size; const char* str; bool found; } lists[] = {

@@ -92,15 +92,15 @@ INSTANTIATE_TEST_SUITE_P(Getter, ProcessIdentityOnce, ::testing::Values(true, fa
 
 // Only the empty name matches; status files that cannot be read are passed.
 TEST(ProcessLookup, by_name) {
-  const TempDir proc, empty;
-  for (const char* dir : {"7", "8", "bus"}) mkdir((proc / dir).c_str(), 0700);
-  proc.Write("7/status", "Name:\tinit\n");
-  proc.Write("8/status", "");
-  proc.Write("status", "Name:\tdot\n");  // seen through "." and ".."
-  std::filesystem::create_directory_symlink("7", proc / "self");
+  const TempDir top, empty;  // top/p/ stands for /proc; "." and ".." would show a status
+  for (const char* dir : {"p", "p/7", "p/8", "p/bus"}) mkdir((top / dir).c_str(), 0700);
+  for (const char* status : {"status", "p/status"}) top.Write(status, "Name:\tdot\n");
+  top.Write("p/7/status", "Name:\tinit\n");
+  top.Write("p/8/status", "");
+  std::filesystem::create_directory_symlink("7", top / "p/self");
   // clang-format off
   const struct { std::string root; const char* name; int pid; } rows[] = {
-      {proc.path, "", 7}, {proc.path, "qcrild", -1}, {empty.path, "x", -1}, {"/none", "x", -1}};
+      {top / "p/", "", 7}, {top / "p/", "qcrild", -1}, {empty.path, "x", -1}, {"/none", "x", -1}};
   // clang-format on
   Capture capture;
   for (const auto& row : rows) {

@@ -45,12 +45,19 @@ std::vector<LogLine> g_lines;
 std::string g_proc_root;
 std::deque<long> g_write_limits;
 std::atomic<bool> g_fail_record{false}, g_fail_threads{false};
-// Read with builtins in free, which runs where no library call may.
-void* g_watched = nullptr;
+std::atomic<void*> g_watched{nullptr};  // &g_watched once the block is freed
 
 template <typename Fn>
 Fn Real(const char* name) {
   return reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
+}
+
+// With the lock held: the watched block's free, once, as a line before the
+// next one or before the lines are read.
+void AddFreed() {
+  void* freed = &g_watched;
+  if (g_recording && g_watched.compare_exchange_strong(freed, nullptr))
+    g_lines.push_back({7, gettid(), "free: watched", "free", "watched"});
 }
 
 // Split into the parts golden lines name: "-" for a line without the frame.
@@ -63,8 +70,15 @@ __attribute__((format(printf, 2, 0))) void Record(int priority, const char* form
   const std::string s = text;
   const bool framed = std::regex_match(s, m, priority == 0 ? console : frame);
   std::lock_guard<std::mutex> lock(g_mutex);
+  AddFreed();
   if (g_recording)
     g_lines.push_back({priority, gettid(), s, framed ? m.str(1) : "-", framed ? m.str(2) : s});
+}
+
+// A free of the watched block shows as the line "free: watched" before the
+// next one. Nothing is allocated here: a sanitizer calls it from its free.
+void NoteFree(const volatile void* block) {
+  if (block != nullptr && block == g_watched) g_watched = &g_watched;
 }
 
 // The library's console lines are recorded; gtest's own output passes.
@@ -175,6 +189,7 @@ Capture::~Capture() {
 
 std::vector<LogLine> Capture::Lines() const {
   std::lock_guard<std::mutex> lock(g_mutex);
+  AddFreed();
   return g_lines;
 }
 
@@ -276,7 +291,7 @@ void LimitFileWrites(std::vector<long> limits) {
 }
 
 void FailNextTimerRecord() { g_fail_record = true; }
-void WatchFree(void* block) { __atomic_store_n(&g_watched, block, __ATOMIC_SEQ_CST); }
+void WatchFree(void* block) { g_watched = block; }
 void FailThreadStarts(bool fail) { g_fail_threads = fail; }
 
 }  // namespace kovani_test
@@ -307,21 +322,19 @@ extern "C" FILE* fopen(const char* path, const char* mode) {
   return real(Mapped(path).c_str(), mode);
 }
 
-// A sanitizer's own free, where one runs: its runtime frees while it starts,
-// before a lookup of the next free could finish.
-extern "C" void __interceptor_free(void* block) __attribute__((weak));
-
-// The watched block's free is logged as the debug line "free: watched".
-// Uninstrumented: it runs before the sanitizers' shadow memory is there.
-extern "C" __attribute__((no_sanitize("address", "thread"))) void free(void* block) {
-  static const auto real =
-      __interceptor_free != nullptr ? __interceptor_free : Real<void (*)(void*)>("free");
-  void* watched = block;
-  if (block != nullptr && __atomic_compare_exchange_n(&g_watched, &watched, nullptr, false,
-                                                      __ATOMIC_SEQ_CST, __ATOMIC_SEQ_CST))
-    kovani_utils_syslog_dbg("[capture.cpp:0] free: watched");
-  real(block);
+// A sanitizer's runtime serves free, and calls a hook; otherwise free is
+// interposed.
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*)(const volatile void*, size_t),
+                                                         void (*)(const volatile void*));
+const int g_free_hook =
+    __sanitizer_install_malloc_and_free_hooks([](const volatile void*, size_t) {}, NoteFree);
+#else
+extern "C" void free(void* block) {
+  static const auto real = Real<void (*)(void*)>("free");
+  NoteFree(block), real(block);
 }
+#endif
 
 // Uninstrumented: ThreadSanitizer allocates while it starts a thread.
 extern "C" __attribute__((no_sanitize("thread"))) void* calloc(size_t count, size_t size) {
