@@ -78,5 +78,43 @@ TEST(Catalogue, EveryMessageDecodesInTheFrameAndOnTheConsole) {
   EXPECT_EQ(ambiguous, 2u);
 }
 
+// Lines that carry the library's anchor but do not decode, and why.
+TEST(FrameDecoder, RefusalsNameTheirReason) {
+  const std::string frame = "SUB[0][kovani_utils_cmn.cpp:12] ";
+  const struct {
+    std::string line;
+    const char* reason;
+  } rows[] = {
+      {"SUB[0][kovani_utils_cm", "the line ends inside the library's prefix"},
+      {"SUB[0][kovani_utils_other.cpp:1] kovani_timer_stop: x", ""},
+      {"[kovani_utils_cmn.cpp:12] kovani_timer_stop: Cancel timer with ID 1",
+       "no instance or task before the source file"},
+      {"SUB[0][kovani_utils_cmn.cpp:", "the line ends inside the library's prefix"},
+      {"SUB[0][kovani_utils_cmn.cpp:x]", "malformed prefix"},
+      {"SUB[0][kovani_utils_cmn.cpp:12]", "the line ends inside the library's prefix"},
+      {"SUB[0][kovani_utils_cmn.cpp:12]-x", "malformed prefix"},
+      {frame + "kovani_timer_stop:", "the line ends inside the library's prefix"},
+      {frame + "kovani_timer_stop;;", "malformed prefix"},
+      {frame + "kovani_timer_sto", "the line ends inside the library's prefix"},
+      {frame + "kovani_no_such: x", "a function the library does not have"},
+      {frame + "kovani_timer_stop: Cancel timer with ID x", "not a message this function writes"},
+      {"RIL[kovani_timer_stop:1]: Cancel timer with ID x", "not a message this function writes"},
+      {"RIL[kovani_timer_stop:", "the line ends inside the library's prefix"},
+      {"RIL[kovani_timer_stop:x]: y", "malformed prefix"},
+      {"RIL[kovani_no_such:1]: x", ""},
+  };
+  for (const auto& row : rows) {
+    SecondCache cache;
+    LibraryLine decoded;
+    decoded.header = ParseHeader(row.line, &cache);
+    FrameDecoder decoder;
+    const size_t frame_at = row.line.find(kFrameAnchor);
+    const bool in_frame = frame_at != std::string::npos;
+    const char* reason =
+        decoder.Decode(row.line, in_frame ? frame_at : row.line.find('['), in_frame, &decoded);
+    EXPECT_STREQ(reason == nullptr ? "(decoded)" : reason, row.reason) << row.line;
+  }
+}
+
 }  // namespace
 }  // namespace kovani_tool
