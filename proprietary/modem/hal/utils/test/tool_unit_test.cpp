@@ -175,6 +175,16 @@ const TimelineRow kTimelines[] = {
      "1700000000.001 1 1 D q: #timer.cpp:265] kovani_timer_start_ex: Set timer with ID 7\n"
      "03-01 00:00:03.010 1 2 D q: *",
      "fired", "-"},
+    // Past New Year, in a common year and in a leap one.
+    {"12-31 23:59:58.000 1 1 D q: #timer.cpp:263] kovani_timer_start_ex: timeout_s = 5\n"
+     "12-31 23:59:58.001 1 1 D q: #timer.cpp:265] kovani_timer_start_ex: Set timer with ID 7\n"
+     "01-01 00:00:03.010 1 2 D q: *",
+     "fired", "10"},
+    {"02-29 00:00:00.000 1 3 D q: #timer.cpp:254] kovani_timer_start_ex: function entry ------------->\n"
+     "12-31 23:59:58.000 1 1 D q: #timer.cpp:263] kovani_timer_start_ex: timeout_s = 5\n"
+     "12-31 23:59:58.001 1 1 D q: #timer.cpp:265] kovani_timer_start_ex: Set timer with ID 7\n"
+     "01-01 00:00:03.010 1 2 D q: *",
+     "fired", "10"},
     {"03-01 00:00:09.000 1 1 D q: #timer.cpp:263] kovani_timer_start_ex: timeout_s = 5\n"
      "03-01 00:00:09.001 1 1 D q: #timer.cpp:265] kovani_timer_start_ex: Set timer with ID 7\n"
      "03-01 00:00:03.010 1 2 D q: *",
