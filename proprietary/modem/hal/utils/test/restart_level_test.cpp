@@ -125,7 +125,12 @@ TEST(RestartLevel, wait) {
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(row.result, kovani_modem_ssr_wait_s(row.wait_s));
     const auto took = std::chrono::steady_clock::now() - start;
-    EXPECT_EQ(row.result > 0, took >= std::chrono::milliseconds(row.result == 1 ? 1000 : 100))
+    // Bounds a loaded machine keeps: a wait lasts its second or until the
+    // alarm; no wait stays well under a second.
+    const auto bound = std::chrono::milliseconds(row.result == 1  ? 1000
+                                                 : row.result > 0 ? 100
+                                                                  : 900);
+    EXPECT_EQ(row.result > 0, took >= bound)
         << row.wait_s << " " << (row.property != nullptr ? row.property : "unset");
   }
   ExpectLog(capture, "restart_level/wait");
