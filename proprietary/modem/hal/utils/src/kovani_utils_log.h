@@ -29,7 +29,7 @@ extern std::atomic<int> print_flag_state;
 extern std::atomic<int> shell_print_flag_state;
 extern std::atomic<int> prop_print_flag_state;
 
-// A copy of the shared task name, made after refreshing it from /proc.
+// The task name as the line itself has just read it from /proc.
 struct TaskName {
   char text[256];
 };
@@ -59,7 +59,7 @@ inline bool console_debug_on() {
 }  // namespace kovani_log
 
 // The instance number is read once per line; 255 selects the task-name
-// prefix, refreshed from /proc before the line and printed from a copy.
+// prefix, read again from /proc for the line and printed from its own copy.
 #define KOVANI_UTILS_SYSLOG_PREFIXED_(sink, func, fmt, ...)                                 \
   do {                                                                                      \
     constexpr const char* kovani_log_file_ = kovani_log::basename(__FILE__);                \

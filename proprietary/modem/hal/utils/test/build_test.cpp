@@ -125,7 +125,6 @@ TEST(Build, device_regions_and_sim) {
     EXPECT_EQ(region != "NULL" && !region.empty(), kovani_vendor_build_region_is_cfged());
     EXPECT_STREQ(region.empty() ? "NULL" : region.c_str(), vendor) << region;
   }
-  EXPECT_EQ(vendor, kovani_vendor_build_region_get());
   for (const char* sim : {"dsds", "dsda", "SSSS", "ssss"}) {
     Seed(std::string("persist.radio.multisim.config=") + sim);
     EXPECT_EQ(std::string(sim) == "ssss", kovani_get_single_sim_flag()) << sim;

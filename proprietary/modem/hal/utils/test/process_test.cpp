@@ -94,8 +94,7 @@ INSTANTIATE_TEST_SUITE_P(Getter, ProcessIdentityOnce, ::testing::Values(true, fa
 TEST(ProcessLookup, by_name) {
   const TempDir top, empty;  // top/p/ stands for /proc; "." and ".." would show a status
   for (const char* dir : {"p", "p/7", "p/8", "p/bus"}) mkdir((top / dir).c_str(), 0700);
-  for (const char* status : {"status", "p/status"}) top.Write(status, "Name:\tdot\n");
-  top.Write("p/7/status", "Name:\tinit\n");
+  for (const char* file : {"status", "p/status", "p/7/status"}) top.Write(file, "Name:\tinit\n");
   top.Write("p/8/status", "");
   std::filesystem::create_directory_symlink("7", top / "p/self");
   // clang-format off

@@ -131,7 +131,7 @@ void Worker(std::deque<Timer>* timers, unsigned seed) {
 // or counts as a wrong answer.
 bool ChildLogs() {
   const pid_t pid = fork();
-  if (pid == 0) alarm(2), _exit((g_log = -1, kovani_str_trim(nullptr, 7), kovani_is_china_version()));
+  if (!pid) alarm(2), _exit((g_log = -1, kovani_str_trim(nullptr, 7), kovani_is_cert_version()));
   int status = -1;
   return pid > 0 && waitpid(pid, &status, 0) == pid && status == 0;
 }
@@ -161,7 +161,7 @@ int main(int argc, char** argv) {
   const auto end = Clock::now() + std::chrono::seconds(seconds);
   for (int i = 0; Clock::now() < end; ++i) {
     prctl(PR_SET_NAME, g_names[1 + i % 2]);
-    if (i % 64 == 0) g_wrong_answer += !ChildLogs();
+    if (i % 64 == 63) g_wrong_answer += !ChildLogs();
     std::this_thread::sleep_for(std::chrono::microseconds(500));
   }
   g_stop = true;

@@ -14,7 +14,7 @@ TEST(StringEdit, trim) {
   // clang-format off
   const struct { const char* in; int limit; std::string bytes; } rows[] = {
       {"  hello \r\n", 255, "hello\0o\0\0\0\0#"s}, {"\t\v\f x y \f", 255, "x y\0x y\0\0\0#"s},
-      {"\x08" "a\x0e", 255, "\x08" "a\x0e\0#"s},  {"abc", 1, "abc\0#"s}, {"abc", 0, "abc\0#"s},
+      {"\x08" "a\x0e", 255, "\x08" "a\x0e\0#"s},  {"abc", 1, "abc\0#"s}, {"abc", 2, "a\0c\0#"s},
       {"   ", 255, "\0  \0#"s}, {"", 255, "\0#"s}, {"abcdef", 4, "abc\0ef\0#"s},
       {"     x", 4, "\0    x\0#"s}, {"   ab", 4, "\0  \0b\0#"s}, {"a", 255, "a\0#"s},
       {nullptr, 7, ""}};

@@ -45,20 +45,19 @@ std::vector<LogLine> g_lines;
 std::string g_proc_root;
 std::deque<long> g_write_limits;
 std::atomic<bool> g_fail_record{false}, g_fail_threads{false};
-std::atomic<void*> g_watched{nullptr};  // &g_watched once the block is freed
-std::atomic<pid_t> g_freed_by{0};       // the thread that freed it
+std::atomic<void*> g_watched{nullptr};
+std::atomic<pid_t> g_freed_by{0};  // the thread that freed the watched block
 
 template <typename Fn>
 Fn Real(const char* name) {
   return reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
 }
 
-// With the lock held: the watched block's free, once, as a line before the
-// next one or before the lines are read.
+// With the lock held: the watched block's free, once, as a line of the
+// thread that freed it, before the next line or before the lines are read.
 void AddFreed() {
-  void* freed = &g_watched;
-  if (g_recording && g_watched.compare_exchange_strong(freed, nullptr))
-    g_lines.push_back({7, g_freed_by, "free: watched", "free", "watched"});
+  const pid_t by = g_freed_by.exchange(0);
+  if (g_recording && by != 0) g_lines.push_back({7, by, "free: watched", "free", "watched"});
 }
 
 // Split into the parts golden lines name: "-" for a line without the frame.
@@ -76,14 +75,10 @@ __attribute__((format(printf, 2, 0))) void Record(int priority, const char* form
     g_lines.push_back({priority, gettid(), s, framed ? m.str(1) : "-", framed ? m.str(2) : s});
 }
 
-// A free of the watched block shows as the line "free: watched" of the
-// thread that freed it, before the next line. Nothing is allocated here: a
-// sanitizer calls it from its free.
+// A free of the watched block shows as the line "free: watched" before the
+// next one. Nothing is allocated here: a sanitizer calls it from its free.
 void NoteFree(const volatile void* block) {
-  if (block != nullptr && block == g_watched) {
-    g_freed_by = gettid();
-    g_watched = &g_watched;
-  }
+  if (block != nullptr && block == g_watched) g_watched = nullptr, g_freed_by = gettid();
 }
 
 // The library's console lines are recorded; gtest's own output passes.
