@@ -75,8 +75,9 @@ __attribute__((format(printf, 2, 0))) void Record(int priority, const char* form
     g_lines.push_back({priority, gettid(), s, framed ? m.str(1) : "-", framed ? m.str(2) : s});
 }
 
-// A free of the watched block shows as the line "free: watched" before the
-// next one. Nothing is allocated here: a sanitizer calls it from its free.
+// A free of the watched block shows as the line "free: watched" of the
+// thread that freed it. Nothing is allocated here: a sanitizer calls it from
+// its free.
 void NoteFree(const volatile void* block) {
   if (block != nullptr && block == g_watched) g_watched = nullptr, g_freed_by = gettid();
 }
