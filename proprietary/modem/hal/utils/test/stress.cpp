@@ -13,6 +13,9 @@
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
+#if __has_include(<valgrind/valgrind.h>)
+#include <valgrind/valgrind.h>
+#endif
 
 #include <atomic>
 #include <chrono>
@@ -136,6 +139,16 @@ bool ChildLogs() {
   return pid > 0 && waitpid(pid, &status, 0) == pid && status == 0;
 }
 
+// valgrind checks a forked child's heap at its exit, where the parent's
+// threads' blocks show as lost.
+bool UnderValgrind() {
+#if __has_include(<valgrind/valgrind.h>)
+  return RUNNING_ON_VALGRIND;
+#else
+  return false;
+#endif
+}
+
 long Tasks() { return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}); }
 
 }  // namespace
@@ -161,7 +174,7 @@ int main(int argc, char** argv) {
   const auto end = Clock::now() + std::chrono::seconds(seconds);
   for (int i = 0; Clock::now() < end; ++i) {
     prctl(PR_SET_NAME, g_names[1 + i % 2]);
-    if (i % 64 == 63) g_wrong_answer += !ChildLogs();
+    if (i % 64 == 63 && !UnderValgrind()) g_wrong_answer += !ChildLogs();
     std::this_thread::sleep_for(std::chrono::microseconds(500));
   }
   g_stop = true;
