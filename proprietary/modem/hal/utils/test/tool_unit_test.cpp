@@ -147,6 +147,13 @@ const TimelineRow kTimelines[] = {
      "timer_callback, timer_id = 7\n",
      "stopped before the thread looked", "-"},
     {"@0.013 1 1 D q: #timer.cpp:265] kovani_timer_start_ex: Set timer with ID 7\n"
+     "@0.020 1 2 D q: #timer.cpp:170] kovani_timer_callback_dispatch_thread_proc: Find the "
+     "timer_callback, timer_id = 7, timeout_s = 1\n"
+     "@0.500 1 1 D q: #timer.cpp:88] kovani_timer_stop: Cancel timer with ID 7\n"
+     "@1.021 1 2 E q: #timer.cpp:174] kovani_timer_callback_dispatch_thread_proc: Not find the "
+     "timer_callback after sleep, timer_id = 7\n",
+     "stopped during the sleep", "-"},
+    {"@0.013 1 1 D q: #timer.cpp:265] kovani_timer_start_ex: Set timer with ID 7\n"
      "@0.500 1 1 D q: #timer.cpp:88] kovani_timer_clear_callback_list: function entry "
      "------------->\n",
      "cleared", "-"},
