@@ -72,6 +72,10 @@ TEST(LineHeader, EachFormatAndModifier) {
   EXPECT_EQ(h.format, LogFormat::kLong);
   EXPECT_EQ(h.time, "11-23 08:00:00.105");
   EXPECT_EQ(h.pid * 10000 + h.tid, 1423u * 10000 + 1456u);
+  for (const char* broken : {"[ 11-23 08:00:00.105  1423 1456 D/qcrild   ]",
+                             "[ 11-23 08:00:00.105  1423: 1456 D qcrild   ]"}) {
+    EXPECT_FALSE(ParseLongHeader(broken, &h)) << broken;
+  }
 }
 
 struct MatchRow {
